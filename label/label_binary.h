@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+#include <zorv_api.h>
+
+// Two lower-case hexadecimal digits a byte, no separators; empty for length 0.
+ZORV_API std::string bytesToHexString(const unsigned char* data, unsigned long length);

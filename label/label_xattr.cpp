@@ -1,0 +1,94 @@
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <sys/xattr.h>
+#include <vector>
+
+#include "label/label.h"
+#include "label/label_error.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr const char* kAttributeName = "security.zorv";
+
+// Follows links even for callers that do not: a dangling link counts as a missing file.
+void requireExists(const std::string& path) {
+    const std::filesystem::file_type type = std::filesystem::status(path).type();
+    if (type == std::filesystem::file_type::not_found || type == std::filesystem::file_type::none) {
+        throw LabelError("File does not exist: ", 4);
+    }
+}
+
+ssize_t readAttribute(const std::string& path, bool noDereference, void* buffer, size_t size) {
+    return noDereference ? lgetxattr(path.c_str(), kAttributeName, buffer, size)
+                         : getxattr(path.c_str(), kAttributeName, buffer, size);
+}
+
+}  // namespace
+
+int Label::getFromXattr(const std::string& path, const bool& noDereference) {
+    try {
+        requireExists(path);
+        const ssize_t probed = readAttribute(path, noDereference, nullptr, 0);
+        if (probed < 0) {
+            const int reason = errno;
+            if (reason == ENODATA) {
+                ZORV_LOG(debug, "Extended attribute not found: %s", path.c_str());
+            } else {
+                ZORV_LOG(debug, "Failed to get extended attribute size: %s", std::strerror(reason));
+            }
+            return -1;
+        }
+        if (probed == 0) {
+            throw LabelError(std::string("Extended attribute is empty: ") + kAttributeName, 6);
+        }
+        std::vector<unsigned char> value(static_cast<size_t>(probed));
+        const ssize_t got = readAttribute(path, noDereference, value.data(), value.size());
+        if (got < 0) {
+            throw LabelError(std::string("Failed to read extended attribute: ") + std::strerror(errno), 5);
+        }
+        if (got != probed) {
+            throw LabelError("Size mismatch when reading extended attribute", 5);
+        }
+        deserializeFromBuffer(value.data(), value.size());
+        return 0;
+    } catch (const LabelError& failure) {
+        ZORV_LOG(error, "LabelError: %s: %s", failure.what(), path.c_str());
+    } catch (const std::exception& failure) {
+        ZORV_LOG(error, "exception: %s: %s", failure.what(), path.c_str());
+    }
+    return -1;
+}
+
+int Label::setToXattr(const std::string& path, const bool& noDereference) const {
+    try {
+        requireExists(path);
+        std::vector<unsigned char> value(serializedBufferSize());
+        const unsigned long used = serializeToBuffer(value.data(), value.size());
+        if (used == 0) {
+            throw LabelError("Label serialization resulted in zero bytes: ", 12);
+        }
+        if (used > value.size()) {
+            throw LabelError("Label serialization used more space than expected: ", 12);
+        }
+        const auto write = noDereference ? lsetxattr : setxattr;
+        const int result = write(path.c_str(), kAttributeName, value.data(), used, 0);
+        const int reason = errno;
+        ZORV_LOG(debug, "%s: %d, path: %s", noDereference ? "lsetxattr" : "setxattr", result, path.c_str());
+        if (result != 0) {
+            if (reason == ENOTSUP) {
+                throw LabelError("Filesystem does not support extended attributes: ", 7);
+            }
+            throw LabelError(std::string("Failed to set extended attribute: ") + std::strerror(reason), 5);
+        }
+        return result;
+    } catch (const LabelError& failure) {
+        ZORV_LOG(error, "LabelError: %s: %s", failure.what(), path.c_str());
+        return -1;
+    } catch (const std::exception& failure) {
+        ZORV_LOG(error, "exception: %s: %s", failure.what(), path.c_str());
+        return -2;
+    }
+}

@@ -1,0 +1,90 @@
+#include "common/sm3_hash.h"
+
+#include <charconv>
+#include <memory>
+#include <system_error>
+
+#include <openssl/evp.h>
+
+#include "log/logger.h"
+
+namespace {
+
+struct FreeDigestContext {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+template <typename Unsigned>
+constexpr size_t kHexDigits = 2 * sizeof(Unsigned);
+
+template <typename Unsigned>
+bool readTrailingHex(const std::string& digest, Unsigned& value) {
+    const char* end = digest.data() + digest.size();
+    const auto result = std::from_chars(end - kHexDigits<Unsigned>, end, value, 16);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+}  // namespace
+
+std::string getSM3HashValue(const std::string& input) {
+    constexpr const char* kAlphabet = "0123456789abcdef";
+    const EVP_MD* algorithm = EVP_get_digestbyname("SM3");
+    if (algorithm == nullptr) {
+        ZORV_LOG(error, "Unsupported hash function SM3");
+        return {};
+    }
+    const std::unique_ptr<EVP_MD_CTX, FreeDigestContext> context(EVP_MD_CTX_new());
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;  // stays so when a provider offers the name and not the algorithm
+    if (context == nullptr || EVP_DigestInit_ex(context.get(), algorithm, nullptr) != 1 ||
+        EVP_DigestUpdate(context.get(), input.data(), input.size()) != 1 ||
+        EVP_DigestFinal_ex(context.get(), digest, &length) != 1) {
+        return {};
+    }
+    std::string text;
+    text.reserve(2 * size_t{length});
+    for (unsigned int i = 0; i < length; ++i) {
+        text.push_back(kAlphabet[digest[i] >> 4]);
+        text.push_back(kAlphabet[digest[i] & 0xf]);
+    }
+    return text;
+}
+
+uint32_t getSM3HashLast32Bits(const std::string& input) {
+    const std::string digest = getSM3HashValue(input);
+    if (digest.size() < kHexDigits<uint32_t>) {
+        ZORV_LOG(error, "Hash string is too short");
+        return 0;
+    }
+    uint32_t value = 0;
+    if (!readTrailingHex(digest, value)) {
+        ZORV_LOG(error, "Invalid hex string for last 32 bits");
+        return 0;
+    }
+    return value;
+}
+
+uint64_t getSM3HashLast64Bits(const std::string& input) {
+    const std::string digest = getSM3HashValue(input);
+    if (digest.size() < kHexDigits<uint64_t>) {
+        ZORV_LOG(error, "hash string is too short");
+        return 0;
+    }
+    uint64_t value = 0;
+    if (!readTrailingHex(digest, value)) {
+        ZORV_LOG(error, "Invalid hex string for last 64 bits");
+        return 0;
+    }
+    return value;
+}
+
+uint32_t getKmodNameHash(const char* name, uint32_t length) {
+    constexpr uint32_t kOffsetBasis = 0x811C9DC5;
+    constexpr uint32_t kPrime = 0x01000193;
+    uint32_t hash = kOffsetBasis;
+    for (uint32_t i = 0; i < length; ++i) {
+        hash ^= static_cast<uint32_t>(static_cast<signed char>(name[i]));
+        hash *= kPrime;
+    }
+    return hash;
+}

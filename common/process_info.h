@@ -19,10 +19,12 @@ ZORV_API std::vector<std::pair<std::string, std::string>> parseKernelCmdline();
 // The ancestors of a process, the nearest first; 1 is never among them. Empty for a pid below 2. The walk
 // ends at a process whose parent is 1 or cannot be read, with the error line "current pid PID." that names
 // it: deliberately an error at the normal end too. It ends behind a parent 0, the kernel, which is listed,
-// without a line. (readFile() logs a missing process as well.) The parent is found by counting words, the
-// command name in parentheses as one: a word "(..." begins the name,
-// "...)" ends it, and this is settled. So a name with a word ending in ")" before its own end miscounts: its
-// process counts as one that cannot be read.
+// without a line. (readFile() logs a missing process as well.)
+//
+// Settled: the parent is found by counting the words of the process's line, not by its last parenthesis. A
+// word that begins with "(" begins the name and one that ends in ")" ends it, so that a name with such a word
+// before its end miscounts: its process counts as one that cannot be read, or has a number of its name for a
+// parent.
 ZORV_API std::vector<int32_t> getAllParent(int32_t pid);
 
 // Every running executable and the processes that run it, in the order of the listing. The path is what the

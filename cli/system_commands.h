@@ -1,0 +1,22 @@
+#pragma once
+
+#include "cli/command_options.h"
+
+// The one-shot commands beside the label fields. Every function that answers an int answers the exit status.
+
+int restoreLabel(const CommandOptions& options);
+int initLabel(const CommandOptions& options);
+
+// Labels everything below root and prints how long it took. Has no failure of its own.
+void labelWholeSystem(const char* root);
+
+int printModuleOid(const char* name);
+int printDeviceOid(const char* name);
+int printPackageName(const char* hexadecimalId);
+
+// The last 64 bits of the SM3 digest of the text itself, not of a file of that name.
+void printSm3Value(const char* text);
+
+// Parses a fixed table of policies, prints what came of it and the label-set status: in hexadecimal when a
+// policy line was printed before it, in decimal otherwise.
+int runPolicySelfTest();

@@ -1,0 +1,357 @@
+#include "cli/label_manager.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <unistd.h>
+
+#include "common/sm3_hash.h"
+#include "labelmgr/derived_label.h"
+#include "labelmgr/field.h"
+#include "labelmgr/file_labels.h"
+#include "labelmgr/operation_error.h"
+#include "labelmgr/packages.h"
+#include "labelmgr/user_values.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr int kFailed = -1;
+
+// Runs one operation of the port: its failure is logged once, under the operation's name, and becomes a
+// status.
+template <typename Work>
+int statusOf(const char* operation, Work work) {
+    try {
+        return work();
+    } catch (const std::exception& failure) {
+        Logger::getInstance().error(operation, __LINE__, "%s", failure.what());
+        return kFailed;
+    }
+}
+
+void requireNoPattern(const char* text, int patternMatch) {
+    if (patternMatch != 0) {
+        throw OperationError(text, "patterns are not supported");
+    }
+}
+
+int setFileField(const char* operation, Field field, const char* path, int patternMatch,
+                 const FieldValue& value) {
+    return statusOf(operation, [&] {
+        requireNoPattern(path, patternMatch);
+        setUserValue(field, canonicalPath(path), value);
+        return 0;
+    });
+}
+
+int deleteFileField(const char* operation, Field field, const char* path, int patternMatch) {
+    return statusOf(operation, [&] {
+        requireNoPattern(path, patternMatch);
+        deleteUserValue(field, canonicalPathOfRecord(path));
+        return 0;
+    });
+}
+
+int clearFileField(const char* operation, Field field) {
+    return statusOf(operation, [&] {
+        clearUserValues(field);
+        return 0;
+    });
+}
+
+// Before a label is read, a change of it that was left unfinished is finished. A caller who may not see the
+// store could not do that, and may still read labels.
+void finishChangesIfPermitted() {
+    if (geteuid() == 0) {
+        readUserValues();
+        return;
+    }
+    try {
+        readUserValues();
+    } catch (const OperationError& failure) {
+        ZORV_LOG(debug, "%s", failure.what());
+    }
+}
+
+int getFileField(const char* operation, Field field, const char* path, FieldValue& value) {
+    return statusOf(operation, [&] {
+        const std::string canonical = canonicalPath(path);
+        finishChangesIfPermitted();
+        const LabelBytes bytes = readLabelBytes(canonical);
+        if (!bytes) {
+            throw OperationError(canonical, "no label");
+        }
+        value = fieldOf(decodeLabel(canonical, *bytes), field);
+        return 0;
+    });
+}
+
+int getFileNumber(const char* operation, Field field, const char* path, uint32_t* number) {
+    FieldValue value{};
+    const int status = getFileField(operation, field, path, value);
+    if (status == 0) {
+        *number = static_cast<uint32_t>(value.package);
+    }
+    return status;
+}
+
+template <typename Source, typename Fill>
+int answerRecords(const std::vector<Source>& sources, UserSetRecord** records, Fill fill) {
+    if (sources.empty()) {
+        return 0;
+    }
+    auto* answer = static_cast<UserSetRecord*>(std::calloc(sources.size(), sizeof(UserSetRecord)));
+    if (answer == nullptr) {
+        throw std::bad_alloc();
+    }
+    for (size_t i = 0; i < sources.size(); ++i) {
+        fill(sources[i], answer[i]);
+    }
+    *records = answer;
+    return static_cast<int>(sources.size());
+}
+
+void fillText(UserSetRecord& record, const std::string& text) {
+    text.copy(record.path, sizeof(record.path) - 1);
+}
+
+void fillUserValue(const std::pair<Target, UserValue>& source, UserSetRecord& record) {
+    const FieldValue& value = source.second.value;
+    fillText(record, source.first.text);
+    record.values[0] = value.package;
+    record.values[1] = value.file;
+    record.values[2] = value.path;
+}
+
+int showFileField(const char* operation, Field field, UserSetRecord** records) {
+    return statusOf(operation, [&] {
+        std::optional<Store> store = readUserValues();
+        return store ? answerRecords(store->userValues(field), records, fillUserValue) : 0;
+    });
+}
+
+int queryFileField(const char* operation, Field field, const char* path, UserSetRecord** records,
+                   int patternMatch) {
+    return statusOf(operation, [&] {
+        requireNoPattern(path, patternMatch);
+        const Target target{field, false, canonicalPathOfRecord(path)};
+        std::optional<Store> store = readUserValues();
+        const std::optional<UserValue> value = store ? store->userValue(target) : std::nullopt;
+        std::vector<std::pair<Target, UserValue>> found;
+        if (value) {
+            found.emplace_back(target, *value);
+        }
+        return answerRecords(found, records, fillUserValue);
+    });
+}
+
+std::string hexadecimal(uint64_t number) {
+    Id id;
+    id.pkg_ = number;
+    return id.toString().substr(0, 16);
+}
+
+int notSupported(const char* operation) {
+    return statusOf(operation, []() -> int { throw OperationError("not supported"); });
+}
+
+}  // namespace
+
+#define ZORV_FILE_FIELD(Name, field)                                                                   \
+    int delFile##Name(const char* path, int patternMatch) {                                            \
+        return deleteFileField(__func__, field, path, patternMatch);                                   \
+    }                                                                                                  \
+    int clearFile##Name() {                                                                            \
+        return clearFileField(__func__, field);                                                        \
+    }                                                                                                  \
+    int showUserSetFile##Name(UserSetRecord** records) {                                               \
+        return showFileField(__func__, field, records);                                                \
+    }                                                                                                  \
+    int queryUserSetFile##Name(const char* pathOrPattern, UserSetRecord** records, int patternMatch) { \
+        return queryFileField(__func__, field, pathOrPattern, records, patternMatch);                  \
+    }
+
+ZORV_FILE_FIELD(Oid, Field::kOid)
+ZORV_FILE_FIELD(Sid, Field::kSid)
+ZORV_FILE_FIELD(Tid, Field::kTid)
+ZORV_FILE_FIELD(InheritFlag, Field::kInheritFlag)
+
+#undef ZORV_FILE_FIELD
+
+int setFileOid(const char* path, int patternMatch, ZORV_ID oid) {
+    return setFileField(__func__, Field::kOid, path, patternMatch, oid);
+}
+
+int setFileSid(const char* path, int patternMatch, ZORV_ID sid) {
+    return setFileField(__func__, Field::kSid, path, patternMatch, sid);
+}
+
+int setFileTid(const char* path, uint32_t tid, int patternMatch) {
+    return setFileField(__func__, Field::kTid, path, patternMatch, {tid, 0, 0});
+}
+
+int setFileInheritFlag(const char* path, uint32_t flag, int patternMatch) {
+    return setFileField(__func__, Field::kInheritFlag, path, patternMatch, {flag, 0, 0});
+}
+
+int getFileOid(const char* path, ZORV_ID* oid) {
+    return getFileField(__func__, Field::kOid, path, *oid);
+}
+
+int getFileSid(const char* path, ZORV_ID* sid) {
+    return getFileField(__func__, Field::kSid, path, *sid);
+}
+
+int getFileTid(const char* path, uint32_t* tid) {
+    return getFileNumber(__func__, Field::kTid, path, tid);
+}
+
+int getFileInheritFlag(const char* path, uint32_t* flag) {
+    return getFileNumber(__func__, Field::kInheritFlag, path, flag);
+}
+
+int setPkgId(const char* name, uint64_t id) {
+    return statusOf(__func__, [&] {
+        if (*name == '\0' || std::strlen(name) >= sizeof(UserSetRecord::path)) {
+            throw OperationError(name, "not a package name");
+        }
+        Store store = openUserValues();
+        Transaction transaction = store.begin();
+        store.setPackageId(name, id);
+        store.addMessage("package", "set_id", name, hexadecimal(id));
+        transaction.commit();
+        return 0;
+    });
+}
+
+int getPkgId(const char* name, uint64_t* id) {
+    return statusOf(__func__, [&] {
+        std::optional<Store> store = readUserValues();
+        const std::optional<uint64_t> set = store ? store->packageId(name) : std::nullopt;
+        if (!set && !isPackageInstalled(name)) {
+            throw OperationError(name, "no such package is installed");
+        }
+        *id = set ? *set : packageIdOfName(name);
+        return 0;
+    });
+}
+
+char* getPkgNameById(uint64_t id) {
+    char* answer = nullptr;
+    statusOf(__func__, [&] {
+        std::optional<Store> store = readUserValues();
+        std::map<std::string, uint64_t> ids;
+        for (const PackageId& set : store ? store->packageIds() : std::vector<PackageId>()) {
+            ids.emplace(set.name, set.id);
+            if (set.id == id) {
+                answer = strdup(set.name.c_str());
+                return 0;
+            }
+        }
+        for (const std::string& name : installedPackages()) {
+            if (ids.count(name) == 0 && packageIdOfName(name) == id) {
+                answer = strdup(name.c_str());
+                return 0;
+            }
+        }
+        throw OperationError(hexadecimal(id), "no package has this id");
+    });
+    return answer;
+}
+
+int delUserSetPkgId(const char* name) {
+    return statusOf(__func__, [&] {
+        std::optional<Store> store = changeExistingUserValues();
+        if (store) {
+            Transaction transaction = store->begin();
+            if (store->removePackageId(name)) {
+                store->addMessage("package", "del_id", name, hexadecimal(packageIdOfName(name)));
+                transaction.commit();
+                return 0;
+            }
+        }
+        throw OperationError(name, "no package id has been set");
+    });
+}
+
+int clearUserSetPkgId() {
+    return statusOf(__func__, [&] {
+        std::optional<Store> store = changeExistingUserValues();
+        if (!store) {
+            return 0;
+        }
+        Transaction transaction = store->begin();
+        for (const PackageId& set : store->packageIds()) {
+            store->removePackageId(set.name);
+            store->addMessage("package", "clear_id", set.name, hexadecimal(packageIdOfName(set.name)));
+        }
+        transaction.commit();
+        return 0;
+    });
+}
+
+int queryUserSetPkgId(const char* name, uint64_t* id) {
+    return statusOf(__func__, [&] {
+        std::optional<Store> store = readUserValues();
+        const std::optional<uint64_t> set = store ? store->packageId(name) : std::nullopt;
+        if (set) {
+            *id = *set;
+        }
+        return set ? 0 : kFailed;
+    });
+}
+
+int showUserSetPkgId(UserSetRecord** records) {
+    return statusOf(__func__, [&] {
+        std::optional<Store> store = readUserValues();
+        const auto fill = [](const PackageId& source, UserSetRecord& record) {
+            fillText(record, source.name);
+            record.values[0] = source.id;
+        };
+        return store ? answerRecords(store->packageIds(), records, fill) : 0;
+    });
+}
+
+int getLabelSetStatus() {
+    return notSupported(__func__);
+}
+
+int getKernelModuleOid(const char* /*name*/, uint64_t* /*oid*/) {
+    return notSupported(__func__);
+}
+
+int getDeviceOid(const char* /*name*/, uint64_t* /*oid*/) {
+    return notSupported(__func__);
+}
+
+void* createSubscriber() {
+    return nullptr;
+}
+
+int recvLabelChangeMsg(void* /*subscriber*/, char** /*message*/) {
+    return notSupported(__func__);
+}
+
+int subscribeLabelChangeMsg(void* /*subscriber*/, const std::string& /*topic*/) {
+    return notSupported(__func__);
+}
+
+std::string restoreSingleFileLabel(const std::string& /*path*/) {
+    notSupported(__func__);
+    return {};
+}
+
+std::string restoreSingleFileInitLabel(const std::string& /*path*/) {
+    notSupported(__func__);
+    return {};
+}
+
+int addTagFullSystem(const char* /*root*/, const std::vector<std::string>& /*skip*/) {
+    return notSupported(__func__);
+}
+
+int policies_parse(const std::map<std::string, std::vector<std::string>>& /*policies*/,
+                   std::map<std::string, std::map<std::string, std::vector<ZORV_ID>>>& /*result*/) {
+    return notSupported(__func__);
+}

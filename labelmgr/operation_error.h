@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+// Why an operation of the label manager failed: the path or name concerned and the reason, as one line for
+// the log. Thrown inside labelmgr/ only; the port's functions log it once and answer a failed status.
+class OperationError : public std::runtime_error {
+ public:
+    using std::runtime_error::runtime_error;
+    OperationError(const std::string& subject, const std::string& reason)
+        : std::runtime_error(subject + ": " + reason) {}
+};
+
+// The system's reason for the call that just failed.
+inline OperationError systemError(const std::string& subject, int reason = errno) {
+    return {subject, std::strerror(reason)};
+}
+
+// The file concerned does not exist.
+class FileGone : public OperationError {
+ public:
+    using OperationError::OperationError;
+};

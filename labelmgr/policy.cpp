@@ -1,0 +1,96 @@
+#include "labelmgr/policy.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unordered_map>
+
+#include "common/config_file.h"
+#include "common/wildcard.h"
+#include "labelmgr/operation_error.h"
+#include "labelmgr/state_directory.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr const char* kDefaultPolicy = "/etc/zorv/label/policy.conf";
+
+using Section = std::unordered_map<std::string, std::string>;
+
+// False when there is no policy file.
+bool requireUsable(const std::string& path) {
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        if (errno == ENOENT) {
+            return false;
+        }
+        throw systemError(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw OperationError(path, "refused: not a regular file");
+    }
+    requireTrusted(path, status.st_uid, status.st_mode);
+    return true;
+}
+
+std::optional<uint32_t> parseHexadecimal(const std::string& text) {
+    const size_t prefix = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0 ? 2 : 0;
+    uint32_t value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data() + prefix, end, value, 16);
+    return failure == std::errc() && stop == end ? std::optional(value) : std::nullopt;
+}
+
+bool isAnyTid(uint32_t /*value*/) {
+    return true;
+}
+bool isInheritFlag(uint32_t value) {
+    return value == 0 || value == 5 || value == 7;
+}
+
+bool holdsBefore(const std::string& left, const std::string& right) {
+    return left.size() != right.size() ? left.size() > right.size() : left < right;
+}
+
+template <typename Rules>
+Rules readRules(const std::string& path, const char* name, const Section& section,
+                bool (*isValid)(uint32_t)) {
+    Rules rules;
+    for (const auto& [pattern, text] : section) {
+        const std::optional<uint32_t> value = parseHexadecimal(text);
+        if (value && isValid(*value)) {
+            rules.push_back({pattern, *value});
+        } else {
+            ZORV_LOG(error, "%s: [%s] %s: bad value '%s'", path.c_str(), name, pattern.c_str(), text.c_str());
+        }
+    }
+    std::sort(rules.begin(), rules.end(),
+              [](const auto& left, const auto& right) { return holdsBefore(left.pattern, right.pattern); });
+    return rules;
+}
+
+}  // namespace
+
+Policy Policy::load() {
+    Policy policy;
+    const std::string path = configuredPath("ZORV_LABEL_POLICY_FILE", kDefaultPolicy);
+    if (!requireUsable(path)) {
+        return policy;
+    }
+    auto sections = parseConfig(path);
+    policy.tids = readRules<Rules>(path, "tid", sections["tid"], isAnyTid);
+    policy.inheritFlags = readRules<Rules>(path, "inherit_flag", sections["inherit_flag"], isInheritFlag);
+    for (const auto& [pattern, ignored] : sections["exclude"]) {
+        policy.excluded.push_back(pattern);
+    }
+    return policy;
+}
+
+uint32_t Policy::valueFor(const Rules& rules, const std::string& path) {
+    const auto rule = std::find_if(rules.begin(), rules.end(),
+                                   [&path](const Rule& each) { return matchesPattern(each.pattern, path); });
+    return rule != rules.end() ? rule->value : 0;
+}

@@ -1,0 +1,120 @@
+#include "labelmgr/state_directory.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#include "labelmgr/operation_error.h"
+
+namespace {
+
+constexpr const char* kDefaultDirectory = "/var/lib/zorv/label";
+constexpr const char* kDatabaseName = "label.db";
+constexpr const char* kLockName = "label.lock";
+constexpr mode_t kParentMode = 0755;
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kFileMode = 0600;
+constexpr std::chrono::milliseconds kRetryPause{1};
+
+void createDirectory(const std::filesystem::path& directory) {
+    std::filesystem::path normal = directory.lexically_normal();
+    if (!normal.has_filename()) {  // a trailing slash
+        normal = normal.parent_path();
+    }
+    std::filesystem::path made;
+    for (const std::filesystem::path& component : normal) {
+        made /= component;
+        if (mkdir(made.c_str(), made == normal ? kDirectoryMode : kParentMode) != 0 && errno != EEXIST) {
+            throw systemError(made);
+        }
+    }
+}
+
+UniqueFd openDirectory(const std::string& path) {
+    return UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+}  // namespace
+
+std::string configuredPath(const char* variable, const char* defaultPath) {
+    const char* configured = secure_getenv(variable);
+    return configured != nullptr && *configured != '\0' ? configured : defaultPath;
+}
+
+void requireTrusted(const std::string& path, unsigned int owner, unsigned int mode) {
+    if (geteuid() != 0) {
+        return;
+    }
+    if (owner != 0) {
+        throw OperationError(path, "refused: not owned by root");
+    }
+    if ((mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw OperationError(path, "refused: writable by others");
+    }
+}
+
+std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
+    const std::string path = configuredPath("ZORV_LABEL_STATE_DIR", kDefaultDirectory);
+    UniqueFd descriptor = openDirectory(path);
+    if (!descriptor && errno == ENOENT) {
+        if (ifMissing == IfMissing::kAnswerNothing) {
+            return std::nullopt;
+        }
+        createDirectory(path);
+        descriptor = openDirectory(path);
+    }
+    struct stat status {};
+    if (!descriptor || fstat(descriptor.get(), &status) != 0) {
+        throw systemError(path);
+    }
+    requireTrusted(path, status.st_uid, status.st_mode);
+    return StateDirectory(path, std::move(descriptor));
+}
+
+std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
+    const std::string file = path + "/" + kDatabaseName;
+    struct stat status {};
+    if (fstatat(descriptor.get(), kDatabaseName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) {
+            throw systemError(file);
+        }
+        if (ifMissing == IfMissing::kAnswerNothing) {
+            return std::nullopt;
+        }
+        const UniqueFd created(
+            openat(descriptor.get(), kDatabaseName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+        if (!created) {
+            throw systemError(file);
+        }
+        return file;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw OperationError(file, "refused: not a regular file");
+    }
+    requireTrusted(file, status.st_uid, status.st_mode);
+    return file;
+}
+
+UniqueFd StateDirectory::lockForWriting(std::chrono::steady_clock::time_point deadline) const {
+    const std::string file = path + "/" + kLockName;
+    UniqueFd lock(openat(descriptor.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+    if (!lock) {
+        throw systemError(file);
+    }
+    while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            throw systemError(file);
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            throw OperationError(file, "another change holds the store");
+        }
+        std::this_thread::sleep_for(kRetryPause);
+    }
+    return lock;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "labelmgr/unique_fd.h"
+
+// Where the label manager keeps its state, and whether it can be trusted.
+
+// A path from the environment, unless the process runs with more privilege than its caller; else the default.
+std::string configuredPath(const char* variable, const char* defaultPath);
+
+// As root, throws OperationError for a file or directory that root does not own or that others may write.
+void requireTrusted(const std::string& path, unsigned int owner, unsigned int mode);
+
+// The store's directory: $ZORV_LABEL_STATE_DIR or /var/lib/zorv/label.
+class StateDirectory {
+ public:
+    enum class IfMissing { kAnswerNothing, kCreate };
+
+    // Opens it. Nothing when it is not there and is not to be created; OperationError when it cannot be used.
+    static std::optional<StateDirectory> open(IfMissing ifMissing);
+
+    // The database's path. Nothing when it is not there and is not to be created (empty, mode 0600).
+    std::optional<std::string> database(IfMissing ifMissing) const;
+
+    // The lock that all writers of the store take for the whole of a change. The kernel releases it with the
+    // process, so whoever holds it knows that a change that it finds unfinished has nobody left to finish it.
+    UniqueFd lockForWriting(std::chrono::steady_clock::time_point deadline) const;
+
+ private:
+    StateDirectory(std::string directoryPath, UniqueFd directory)
+        : path(std::move(directoryPath)), descriptor(std::move(directory)) {}
+
+    std::string path;
+    UniqueFd descriptor;
+};

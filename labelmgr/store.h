@@ -1,0 +1,82 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "labelmgr/database.h"
+#include "labelmgr/field.h"
+#include "labelmgr/state_directory.h"
+
+// What users set, the changes under way and the messages about finished ones, in SQLite (WAL, full
+// synchronisation). Statements only; which of them make one change is user_values' affair. Failures throw
+// OperationError.
+
+// What a value belongs to: a canonical path, or the text of a pattern.
+struct Target {
+    Field field = Field::kOid;
+    bool isPattern = false;
+    std::string text;
+};
+
+// A value that a user set. Of several the one with the greatest order was set last.
+struct UserValue {
+    FieldValue value{};
+    int64_t order = 0;
+};
+
+// A recorded change whose files may not have been brought in line yet, with the value that it replaced.
+struct PendingChange {
+    std::string operation;
+    Target target;
+    std::optional<UserValue> previous;
+};
+
+struct PackageId {
+    std::string name;
+    uint64_t id = 0;
+};
+
+class Store {
+ public:
+    // For reading: nothing where nothing was ever set.
+    static std::optional<Store> openExisting();
+    // For writing: creates what is missing and waits for other writers, 10 s at most.
+    static Store openForWriting();
+
+    Transaction begin() { return Transaction(database); }
+
+    std::optional<UserValue> userValue(const Target& target);
+    // All values of a field, ordered by target.
+    std::vector<std::pair<Target, UserValue>> userValues(Field field);
+    void setUserValue(const Target& target, const FieldValue& value);
+    // Puts back exactly what pending changes replaced.
+    void restoreUserValue(const Target& target, const std::optional<UserValue>& previous);
+    void removeUserValue(const Target& target) { restoreUserValue(target, std::nullopt); }
+
+    bool hasPendingChanges();
+    std::vector<PendingChange> pendingChanges();
+    void addPendingChange(const PendingChange& change);
+    void dropPendingChanges();
+
+    std::optional<uint64_t> packageId(std::string_view name);
+    std::vector<PackageId> packageIds();
+    void setPackageId(std::string_view name, uint64_t id);
+    // False when the name had none.
+    bool removePackageId(std::string_view name);
+
+    // Adds a message to the change feed, which keeps the newest 100,000. Blanks, control characters and
+    // backslashes in the target are written as a backslash and three octal digits, so that a message is one
+    // line of four words.
+    void addMessage(std::string_view topic, std::string_view operation, std::string_view target,
+                    std::string_view value);
+
+ private:
+    Store(const std::string& databasePath, Database::Clock::time_point deadline, UniqueFd writerLock);
+
+    void createSchema(const std::string& databasePath);
+
+    UniqueFd lock;  // released after the database is closed
+    Database database;
+};

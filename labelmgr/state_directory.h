@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "labelmgr/unique_fd.h"
+#include "common/posix_handles.h"
 
 // Where the label manager keeps its state, and whether it can be trusted.
 

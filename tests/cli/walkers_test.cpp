@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/capability.h>
-#include <map>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -19,18 +18,10 @@ namespace {
 
 constexpr const char* kProperties = "/etc/zorv/label/zorv-label-log.properties";
 constexpr const char* kLog = "/var/log/zorv/walkers.log";
-constexpr const char* kFailed = "get file label failed, \n";
-constexpr const char* kRemoving = "================================\n";
 
-// A label with the OID package number `digit`, and the line that shows it.
+// A label with that OID package number and zeros.
 void label(const std::string& path, char digit) {
     setLabelAttribute(path, std::string("0") + digit + std::string(48, '0'));
-}
-std::string shown(const std::string& path, char digit) {
-    const std::string zeros(16, '0');
-    const std::string rest = '-' + zeros + '-' + zeros;
-    return "file: " + path + " label: " + std::string(15, '0') + digit + rest + ":0:" + zeros + rest +
-           ":0:" + zeros + rest + '\n';
 }
 
 class Walkers : public testing::Test {
@@ -45,89 +36,83 @@ class Walkers : public testing::Test {
         std::filesystem::remove(kLog);
     }
 
-    // Never a call of the label manager, never a failure; "@" in a word stands for the tree.
-    void expectRun(const char* line, const std::string& out, const std::string& err = "",
-                   const std::function<void()>& prepare = {}) {
+    // In words and texts "@" stands for the tree, and a line "2 @/f" for the one that shows label 2 of @/f.
+    std::string shortened(const std::string& text) const {
+        const std::string zeros = "0{16}-0{16}";
+        return replaceAll(
+            replaceAll(text, tree.path(), "@"),
+            "file: ([^:]*) label: 0{15}(.)-" + zeros + ":0:0{16}-" + zeros + ":0:0{16}-" + zeros, "$2 $1");
+    }
+
+    // Never a call of the label manager, never a failed status.
+    void expectRun(const std::string& line, const std::string& out, const std::string& err = "",
+                   const std::function<void()>& prepare = {}) const {
         const std::vector<std::string> words = split(replaceAll(line, "@", tree.path()), " ");
         const RunResult run = runToolWithFake(words, "", {{{"HOME", tree.path()}}, prepare});
-        EXPECT_EQ(run.out, out) << line;
-        EXPECT_EQ(run.err, err) << line;
+        EXPECT_EQ(shortened(run.out), out.empty() ? "" : out + '\n') << line;
+        EXPECT_EQ(shortened(run.err), err.empty() ? "" : err + '\n') << line;
         EXPECT_EQ(run.calls, "");
         EXPECT_EQ(run.status, 0);
     }
 
-    // Some files, directories and links, each with its own digit.
-    void makeFiles() {
-        label(tree.file("b.conf"), '1');
-        label(a, '2');
-        label(tree.link("link", "a.conf"), '3');
-        label(tree.directory("dir"), '4');
-        label(tree.file("dir/f"), '5');
-        label(tree.link("dirlink", "dir"), '6');
-        tree.file("unlabelled");
-        tree.link("dangling", "nowhere");
+    std::string expectedWalk(const std::string& path) const {
+        std::string all;
+        for (const auto& entry : std::filesystem::directory_iterator(path)) {
+            label(std::filesystem::canonical(entry.path()), '7');
+            all += "\n7 " + shortened(entry.path());
+            all += entry.is_directory() && !entry.is_symlink() ? expectedWalk(entry.path()) : "";
+        }
+        return all;
     }
 
     const TemporaryTree tree;
-    const std::string a = tree.file("a.conf");
-    const std::string dir = tree.path("dir");
-    const std::string link = tree.path("link");
-    const std::string dirlink = tree.path("dirlink");
 };
-
-std::string expectedWalk(const std::string& path) {
-    std::string all = shown(path, '7');
-    label(path, '7');
-    for (const auto& entry : std::filesystem::directory_iterator(path)) {
-        if (entry.is_directory() && !entry.is_symlink()) {
-            all += expectedWalk(entry.path());
-        } else {
-            label(std::filesystem::canonical(entry.path()), '7');
-            all += shown(entry.path(), '7');
-        }
-    }
-    return all;
-}
 
 }  // namespace
 
-TEST_F(Walkers, ShowTheLabelsOfWhatTheOperandsMatch) {
-    makeFiles();
-    const std::string warning = "Warning: No files matched the pattern: ";
-    const std::string dangling = "Error: File or directory does not exist: " + tree.path("dangling\n");
-    expectRun("-g -l @/a.conf", shown(a, '2'));
-    expectRun("-g -l @/*.conf", shown(a, '2') + shown(tree.path("b.conf"), '1'));
-    expectRun("-g -l ~/a.conf @/unlabelled @/nope* @/a.conf", shown(a, '2') + kFailed + shown(a, '2'),
-              warning + tree.path("nope*\n"));
-    expectRun("-g -l @/a.conf -R", "", warning + "-R\n");
-    expectRun("-g --label=", "", warning + "--label=\n");
-    expectRun("-g -l @/link", shown(link, '2'));
-    expectRun("-H -g -l @/link", shown(link, '3'));
-    expectRun("-g -l @/d*", shown(dir, '4') + shown(dirlink, '4'), dangling);
-    expectRun("-H -g -l @/d*", shown(dir, '4') + shown(dirlink, '6'), dangling);
-    expectRun("-R -g -l @/dir", shown(dir, '4') + shown(dir + "/f", '5'));
-    expectRun("-g -L @/dir/", shown(dir + '/', '4') + shown(dir + "/f", '5'));
-    expectRun("-R -g -l @/dirlink @/a.conf",
-              shown(dirlink, '4') + shown(dirlink + "/f", '5') + shown(a, '2'));
-    expectRun("-R -H -g -l @/dirlink", shown(dirlink, '6') + shown(dirlink + "/f", '5'));
-}
-
-TEST_F(Walkers, RemoveLabels) {
-    makeFiles();
-    expectRun("-d -l @/link", kRemoving);
-    EXPECT_EQ(labelAttribute(a), "none");
-    EXPECT_NE(labelAttribute(link), "none");
-    expectRun("-d -l @/link @/b.conf", kRemoving + ("remove file label from xattr error, " + link) +
-                                           " lremovexattr failed, No data available\n");
-    EXPECT_EQ(labelAttribute(tree.path("b.conf")), "none");
-    expectRun("-H -d -l @/link", kRemoving);
-    EXPECT_EQ(labelAttribute(link), "none");
-    expectRun("-R -d -l @/dir", kRemoving);
-    EXPECT_EQ(labelAttribute(dir) + labelAttribute(dir + "/f"), "nonenone");
-    EXPECT_NE(labelAttribute(dirlink), "none");
+TEST_F(Walkers, DoAsTheTableSays) {
+    label(tree.file("b.conf"), '1');
+    label(tree.file("a.conf"), '2');
+    label(tree.link("link", "a.conf"), '3');
+    label(tree.directory("dir"), '4');
+    label(tree.file("dir/f"), '5');
+    label(tree.link("dirlink", "dir"), '6');
+    setLabelAttribute(tree.file("short"), "00");
+    tree.file("none");
+    tree.link("dangling", "nowhere");
+    constexpr const char* kTable = R"(
+# words | standard output | standard error, in order: what is removed is missing afterwards
+-g -l @/a.conf | 2 @/a.conf
+-g -l @/*.conf | 2 @/a.conf\n1 @/b.conf
+-g -l ~/a.conf @/none @/nope* @/a.conf | 2 @/a.conf\nget file label failed, \n2 @/a.conf | Warning: No files matched the pattern: @/nope*
+-g -l @/short @/a.conf | get file label failed, \n2 @/a.conf
+-g -l @/a.conf -R | | Warning: No files matched the pattern: -R
+-g --label= | | Warning: No files matched the pattern: --label=
+-g -l @/link @/a.conf | 2 @/link\n2 @/a.conf
+-H -g -l @/link @/a.conf | 3 @/link\n2 @/a.conf
+-g -l @/d* | 4 @/dir\n4 @/dirlink | Error: File or directory does not exist: @/dangling
+-H -g -l @/d* | 4 @/dir\n6 @/dirlink | Error: File or directory does not exist: @/dangling
+-R -g -l @/dir | 4 @/dir\n5 @/dir/f
+-g -L @/dir/ | 4 @/dir/\n5 @/dir/f
+-R -g -l @/dirlink @/a.conf | 4 @/dirlink\n5 @/dirlink/f\n2 @/a.conf
+-R -H -g --dir-label @/dirlink | 6 @/dirlink\n5 @/dirlink/f
+-d -l @/link | ================================
+-H -g -l @/link @/a.conf | 3 @/link\nget file label failed,
+-d -l @/link @/nope @/b.conf | ================================\nremove file label from xattr error, @/link lremovexattr failed, No data available | Warning: No files matched the pattern: @/nope
+-H -d -l @/link | ================================
+-H -R -d -l @/dir | ================================
+-H -g -l @/link @/b.conf @/dir @/dir/f @/dirlink | get file label failed, \nget file label failed, \nget file label failed, \nget file label failed, \n6 @/dirlink
+)";
+    for (const std::vector<std::string>& cells : readTable(kTable, 3)) {
+        expectRun(cells[0], replaceAll(cells[1], ",$", ", "), cells[2]);
+    }
+    EXPECT_EQ(
+        replaceAll(shortened(fileContent(kLog)), ":[0-9]+\\]", "]"),
+        "ERROR [getFromXattr] LabelError: Label deserialization failed: Buffer size is invalid: @/short\n");
 }
 
 TEST_F(Walkers, VisitInDirectoryOrderWhateverTheNames) {
+    label(tree.directory("walk"), '1');
     for (const std::string name : {"new\nline", "\xff\xfe", "*", " ", "-R", "sub/x", "sub/sub/y", "%s%n"}) {
         tree.file("walk/" + name);
         tree.file("walk/sub2/" + name);
@@ -136,7 +121,7 @@ TEST_F(Walkers, VisitInDirectoryOrderWhateverTheNames) {
     tree.directory("walk/" + std::string(255, 'd'));
     tree.file("elsewhere/hidden");
     tree.link("walk/link", "../elsewhere");
-    expectRun("-R -g -l @/walk", expectedWalk(tree.path("walk")));
+    expectRun("-R -g -l @/walk", "1 @/walk" + expectedWalk(tree.path("walk")));
 }
 
 TEST_F(Walkers, SurviveDepthBeyondPathsAndDescriptors) {
@@ -149,21 +134,22 @@ TEST_F(Walkers, SurviveDepthBeyondPathsAndDescriptors) {
         close(std::exchange(directory, next));
     }
     close(directory);
-    std::string expected = shown(tree.path("deep"), '1');
+    std::string expected = "1 @/deep\n";
     std::string path = tree.path("deep/d");
     for (; path.size() < PATH_MAX; path += "/d") {
-        expected += kFailed;
+        expected += "get file label failed, \n";
     }
-    expected += path + " opendir error: File name too long\n" + shown(tree.path("deep/last"), '2');
     const auto limit = [](rlim_t hard) {
         const rlimit descriptors{32, hard};
         setrlimit(RLIMIT_NOFILE, &descriptors);
     };
-    expectRun("-R -g -l @/deep", expected, "", [&] { limit(4096); });
+    expectRun("-R -g -l @/deep",
+              expected + shortened(path) + " opendir error: File name too long\n2 @/deep/last", "",
+              [&] { limit(4096); });
     const RunResult exhausted =
         runToolWithFake({"-R", "-g", "-l", tree.path("deep")}, "", {{}, [&] { limit(64); }});
-    EXPECT_THAT(exhausted.out, testing::EndsWith("d opendir error: Too many open files\n" +
-                                                 shown(tree.path("deep/last"), '2')));
+    EXPECT_THAT(shortened(exhausted.out),
+                testing::EndsWith("d opendir error: Too many open files\n2 @/deep/last\n"));
     EXPECT_EQ(exhausted.status, 0);
 }
 
@@ -173,42 +159,24 @@ TEST_F(Walkers, PassOverUnreadableDirectories) {
     chmod(tree.path("walk/closed").c_str(), 0);
     label(tree.directory("walk/open"), '3');
     // Root in every other respect, so that the program itself stays readable.
-    const auto loseOverride = [] {
-        prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
-        prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
-    };
-    expectRun("-R -g -l @/walk",
-              shown(tree.path("walk"), '1') + shown(tree.path("walk/open"), '3') + tree.path("walk/closed") +
-                  " opendir error: Permission denied\n",
-              "", loseOverride);
-}
-
-TEST_F(Walkers, LogWhyAValueIsNoLabel) {
-    const std::string path = tree.file("f");
-    std::string log;
-    for (const auto& [value, reason] : std::map<std::string, std::string>{
-             {"", "Extended attribute is empty: security.zorv"},
-             {"00", "Label deserialization failed: Buffer size is invalid"},
-             {std::string(48, '7') + "80",
-              "Label deserialization failed: Buffer too small for required data"}}) {
-        setLabelAttribute(path, value);
-        expectRun("-g -l @/f", kFailed);
-        log += "ERROR [getFromXattr] LabelError: " + reason + ": " + path + '\n';
-    }
-    EXPECT_EQ(replaceAll(fileContent(kLog), ":[0-9]+\\]", "]"), log);
+    expectRun("-R -g -l @/walk", "1 @/walk\n3 @/walk/open\n@/walk/closed opendir error: Permission denied",
+              "", [] {
+                  prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+                  prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+              });
 }
 
 TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {
     std::filesystem::remove(kProperties);
     const std::string path = tree.file("f");
     label(path, '1');
-    const std::string noConfig = std::string("Failed to open config file: ") + kProperties + '\n';
-    expectRun("-g -l @/f", "read log config error.\n" + shown(path, '1'), noConfig);
+    const std::string noConfig = std::string("Failed to open config file: ") + kProperties;
+    expectRun("-g -l @/f", "read log config error.\n1 @/f", noConfig);
     // The label manager logs in the same process, through the same logger.
     const RunResult run = runTool({"-g", "-o", path, "-l", path});
-    EXPECT_EQ(run.out, "read log config error.\n" + path +
-                           " oid:0000000000000001-0000000000000000-0000000000000000\n" + shown(path, '1'));
-    EXPECT_EQ(run.err, noConfig);
+    EXPECT_EQ(shortened(run.out),
+              "read log config error.\n@/f oid:0000000000000001-0000000000000000-0000000000000000\n1 @/f\n");
+    EXPECT_EQ(run.err, noConfig + '\n');
     // The log file, opened later, must not take the place of a closed output.
     EXPECT_EQ(runTool({"-g", "-l", path}, {{}, [] { close(STDOUT_FILENO); }}).status, 1);
     EXPECT_EQ(fileContent("/var/log/zorv/zorv_label_manager.log"), "");

@@ -63,6 +63,14 @@ std::string fileContent(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+std::vector<unsigned char> fromHexadecimal(std::string_view digits) {
+    std::vector<unsigned char> value;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
+        value.push_back(static_cast<unsigned char>(std::stoi(std::string(digits.substr(i, 2)), nullptr, 16)));
+    }
+    return value;
+}
+
 std::string labelAttribute(const std::string& path) {
     std::array<unsigned char, 4096> value;
     const ssize_t size = lgetxattr(path.c_str(), kAttributeName, value.data(), value.size());
@@ -70,9 +78,6 @@ std::string labelAttribute(const std::string& path) {
 }
 
 void setLabelAttribute(const std::string& path, std::string_view hexadecimal) {
-    std::string value;
-    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2) {
-        value.push_back(static_cast<char>(std::stoi(std::string(hexadecimal.substr(i, 2)), nullptr, 16)));
-    }
+    const std::vector<unsigned char> value = fromHexadecimal(hexadecimal);
     require(lsetxattr(path.c_str(), kAttributeName, value.data(), value.size(), 0) == 0, path);
 }

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 // A directory of its own for one test, removed with everything in it. Names are relative to it; parents are
 // made as needed; every function answers the absolute path. A failure is an exception, which fails the test.
@@ -23,6 +24,8 @@ class TemporaryTree {
 
 void putFile(const std::string& path, std::string_view content);
 std::string fileContent(const std::string& path);
+
+std::vector<unsigned char> fromHexadecimal(std::string_view digits);
 
 // The attribute "security.zorv" of a file, or of a link itself, as hexadecimal digits; "none" when absent.
 std::string labelAttribute(const std::string& path);

@@ -16,27 +16,18 @@ using testing::ElementsAre;
 
 namespace {
 
-const std::string kZeroId = "0000000000000000-0000000000000000-0000000000000000";
 const Label kFull = {{1, 2, 3}, {4, 5, 6}, {7, 8, 0xf0e0d0c0b0a09080}, 0x12345678, 5};
-const std::string kFullHex =
-    "010000000000000002000000000000000300000000000000"
-    "040000000000000005000000000000000600000000000000"
-    "070000000000000008000000000000008090a0b0c0d0e0f0"
-    "7856341205000000ff";
+constexpr const char* kFullHex =
+    "010000000000000002000000000000000300000000000000040000000000000005000000000000000600000000000000"
+    "070000000000000008000000000000008090a0b0c0d0e0f07856341205000000ff";
 
-// In the cells of a table: I an identifier, Z the zero one, L the zero label, _ a blank.
+// In the cells of the tables: I an identifier, Z the zero one, 1.0.2 one of small numbers, L the zero label,
+// _ a blank.
 std::string expand(std::string text) {
-    text = replaceAll(text, "L", "Z:0:Z:0:Z");
-    text = replaceAll(replaceAll(text, "Z", kZeroId), "_", " ");
-    return replaceAll(text, "I", "0000000000000001-00000000000000ab-ffffffffffffffff");
-}
-
-std::vector<unsigned char> bytes(const std::string& hexadecimal) {
-    std::vector<unsigned char> value;
-    for (size_t i = 0; i < hexadecimal.size(); i += 2) {
-        value.push_back(static_cast<unsigned char>(std::stoul(hexadecimal.substr(i, 2), nullptr, 16)));
-    }
-    return value;
+    text = replaceAll(replaceAll(replaceAll(text, "L", "Z:0:Z:0:Z"), "Z", "0.0.0"), "I", "1.2.3");
+    const std::string zeros(15, '0');
+    text = replaceAll(text, "([0-9])\\.([0-9])\\.([0-9])", zeros + "$1-" + zeros + "$2-" + zeros + "$3");
+    return replaceAll(text, "_", " ");
 }
 
 std::vector<unsigned char> serialized(const Label& label) {
@@ -57,7 +48,6 @@ std::string deserialized(Label& label, const std::vector<unsigned char>& value) 
 
 }  // namespace
 
-// clang-format off
 TEST(LabelModel, ReadsTexts) {
     constexpr const char* kTable = R"(
 # what is read, as text | the text that comes back | why it was rejected
@@ -105,40 +95,41 @@ I:1:I:8:I | L | label deserialization failed: Invalid inherit flag value
     for (const std::vector<std::string>& cells : readTable(kTable, 3)) {
         const std::string text = expand(cells[0]);
         const bool isLabel = text.find(':', 0) != std::string::npos && cells[1] != "Z";
-        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(), expand(cells[1])) << text;
+        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(),
+                  expand(cells[1]))
+            << text;
         EXPECT_EQ(testing::PrintToString(log.take()),
-                  cells[2].empty() ? "{}" : "{ \"ERROR [fromString] " + cells[2] + "\" }") << text;
+                  cells[2].empty() ? "{}" : "{ \"ERROR [fromString] " + cells[2] + "\" }")
+            << text;
     }
-    EXPECT_EQ(Id::fromString("").toString(), kZeroId);
+    EXPECT_EQ(Id::fromString("").toString(), expand("Z"));
     EXPECT_EQ(Label::fromString("").toString(), expand("L"));
-    EXPECT_THAT(log.take(), ElementsAre("ERROR [fromString] Invalid ID string length: 0",
-                                        "ERROR [fromString] label deserialization failed: Invalid format: missing OID"));
+    EXPECT_THAT(log.take(),
+                ElementsAre("ERROR [fromString] Invalid ID string length: 0",
+                            "ERROR [fromString] label deserialization failed: Invalid format: missing OID"));
 }
 
 TEST(LabelModel, HasPinnedBytes) {
-    struct Row {
+    constexpr const char* kTable = R"(
+# label | its bytes: package numbers, then one optional part each, the state byte last
+L                                 | 00000000000000000000000000000000000000000000000000
+1.0.0:0:2.0.0:0:3.0.0             | 01000000000000000200000000000000030000000000000000
+1.9.0:0:2.0.0:0:3.0.0             | 010000000000000009000000000000000200000000000000030000000000000080
+1.0.9:0:2.0.0:0:3.0.0             | 010000000000000009000000000000000200000000000000030000000000000040
+1.0.0:305419896:2.0.0:0:3.0.0     | 0100000000000000020000000000000003000000000000007856341220
+1.0.0:0:2.9.0:0:3.0.0             | 010000000000000002000000000000000900000000000000030000000000000010
+1.0.0:0:2.0.9:0:3.0.0             | 010000000000000002000000000000000900000000000000030000000000000008
+1.0.0:0:2.0.0:7:3.0.0             | 0100000000000000020000000000000003000000000000000700000004
+1.0.0:0:2.0.0:0:3.9.0             | 010000000000000002000000000000000300000000000000090000000000000002
+1.0.0:0:2.0.0:0:3.0.9             | 010000000000000002000000000000000300000000000000090000000000000001
+)";
+    EXPECT_EQ(serialized(kFull), fromHexadecimal(kFullHex));
+    for (const std::vector<std::string>& cells : readTable(kTable, 2)) {
+        EXPECT_EQ(serialized(Label::fromString(expand(cells[0]))), fromHexadecimal(cells[1])) << cells[0];
         Label label;
-        std::string hexadecimal;
-    };
-    for (const Row& row : {
-             Row{kFull, kFullHex},
-             {{}, "00000000000000000000000000000000000000000000000000"},
-             {{{1}, {2}, {3}}, "01000000000000000200000000000000030000000000000000"},
-             {{{1, 9}, {2}, {3}}, "010000000000000009000000000000000200000000000000030000000000000080"},
-             {{{1, 0, 9}, {2}, {3}}, "010000000000000009000000000000000200000000000000030000000000000040"},
-             {{{1}, {2}, {3}, 9}, "0100000000000000020000000000000003000000000000000900000020"},
-             {{{1}, {2, 9}, {3}}, "010000000000000002000000000000000900000000000000030000000000000010"},
-             {{{1}, {2, 0, 9}, {3}}, "010000000000000002000000000000000900000000000000030000000000000008"},
-             {{{1}, {2}, {3}, 0, 9}, "0100000000000000020000000000000003000000000000000900000004"},
-             {{{1}, {2}, {3, 9}}, "010000000000000002000000000000000300000000000000090000000000000002"},
-             {{{1}, {2}, {3, 0, 9}}, "010000000000000002000000000000000300000000000000090000000000000001"},
-         }) {
-        Label label;
-        EXPECT_EQ(serialized(row.label), bytes(row.hexadecimal)) << row.hexadecimal;
-        EXPECT_EQ(deserialized(label, bytes(row.hexadecimal)), row.label.toString()) << row.hexadecimal;
+        EXPECT_EQ(deserialized(label, fromHexadecimal(cells[1])), expand(cells[0]));
     }
 }
-// clang-format on
 
 TEST(LabelModel, ComesBackFromBothForms) {
     std::mt19937_64 random(20240117);
@@ -156,7 +147,7 @@ TEST(LabelModel, ComesBackFromBothForms) {
 TEST(LabelModel, RejectsForeignBytes) {
     const std::string prefix = "Label deserialization failed: ";
     for (size_t size = 0; size < 90; ++size) {  // every cut of a value that announces all parts
-        std::vector<unsigned char> cut = bytes(kFullHex);
+        std::vector<unsigned char> cut = fromHexadecimal(kFullHex);
         cut.resize(size, 0xff);
         std::fill_n(cut.rbegin(), size > 0 ? 1 : 0, 0xff);
         const char* reason =
@@ -167,11 +158,11 @@ TEST(LabelModel, RejectsForeignBytes) {
     EXPECT_THROW(Label{}.deserializeFromBuffer(nullptr, 81), LabelError);
     // What was read before the failure stays, and so does what a value leaves out.
     Label label = kFull;
-    EXPECT_EQ(deserialized(label, bytes("09000000000000000a000000000000000b0000000000000080")),
+    EXPECT_EQ(deserialized(label, fromHexadecimal("09000000000000000a000000000000000b0000000000000080")),
               prefix + "Buffer too small for required data");
     EXPECT_EQ(label.toString(), (Label{{9, 10, 3}, {11, 5, 6}, kFull.creatorOid_, 0x12345678, 5}).toString());
     // Bytes before the state byte may be left over.
-    deserialized(label, bytes("01000000000000000200000000000000030000000000000077777700"));
+    deserialized(label, fromHexadecimal("01000000000000000200000000000000030000000000000077777700"));
     EXPECT_EQ(label.toString(),
               (Label{{1, 10, 3}, {2, 5, 6}, {3, 8, kFull.creatorOid_.path_}, 0x12345678, 5}).toString());
 }
@@ -192,7 +183,7 @@ TEST(LabelModel, ChecksBuffers) {
     }
     EXPECT_EQ(id.toBytes(nullptr), nullptr);
     EXPECT_EQ(id.toBytes(nullptr, 0), nullptr);
-    EXPECT_EQ(Id::fromBytes(nullptr).toString(), kZeroId);
+    EXPECT_EQ(Id::fromBytes(nullptr).toString(), expand("Z"));
     EXPECT_THAT(
         log.take(),
         ElementsAre("ERROR [serializeToBuffer] Buffer size is insufficient. Required: 81, provided: 80",
@@ -203,7 +194,7 @@ TEST(LabelModel, ChecksBuffers) {
     EXPECT_EQ(buffer, untouched);
     EXPECT_EQ(id.toBytes(buffer.data(), 16), buffer.data() + 16);
     EXPECT_EQ(bytesToHexString(buffer.data(), 17), "01000000000000000300000000000000ee");
-    EXPECT_EQ(Id::fromBytes(bytes(kFullHex).data()).toString(), kFull.oid_.toString());
+    EXPECT_EQ(Id::fromBytes(fromHexadecimal(kFullHex).data()).toString(), kFull.oid_.toString());
 }
 
 TEST(LabelModel, KeepsLabelsInTheAttributeAndLogsIt) {

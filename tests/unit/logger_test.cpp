@@ -72,7 +72,9 @@ TEST_F(LoggerTest, FallsBackToItsOwnFile) {
 TEST_F(LoggerTest, IsConfiguredByTheProperties) {
     putFile(kProperties, "log4cpp.rootCategory=WARN, main\nlog4cpp.category.INFO=INFO, always\n" +
                              appender("main") + appender("always"));
-    tree.file("main", "earlier\n");
+    const std::string bad = tree.file("main", "earlier\n") + "/below";
+    putFile(kProperties, fileContent(kProperties) + "log4cpp.appender.main.x.fileName=" + bad +
+                             "\nlog4cpp.appender.main.y.fileName=" + tree.path("missing"));
     chmod(tree.path("main").c_str(), 0600);
     const RunResult run = withLogger([](Logger& logger) {
         logger.debug("t", 1, "filtered");
@@ -82,40 +84,30 @@ TEST_F(LoggerTest, IsConfiguredByTheProperties) {
         logger.fatal("t", 5, "f");
         logger.always("t", 6, "%s", "always");
     });
-    EXPECT_EQ(run.out + run.err, "");
+    EXPECT_EQ(run.out + run.err, "chmod failed for " + bad + ": Not a directory\n");
     EXPECT_EQ(fileContent(tree.path("main")), "earlier\nWARN [t:3] n=5\nERROR [t:4] e%\nFATAL [t:5] f\n");
     EXPECT_EQ(fileContent(tree.path("always")), "INFO [t:6] always\n");
     EXPECT_EQ(modeOf(tree.path("main")), 0640U);
     EXPECT_EQ(modeOf(tree.path("always")), 0640U);
 }
 
-TEST_F(LoggerTest, FormatsInTwoStages) {
-    putFile(kProperties, "log4cpp.rootCategory=ERROR, main\n" + appender("main"));
-    const std::string filler(2000, 'x');
-    withLogger([&filler](Logger& logger) {
-        logger.error("a%%b", 1, "%s", "text");
-        logger.error("t", 2, "%s", filler.c_str());
-        logger.error("t", 3, (filler + "%s").c_str(), "cut off");
-        logger.error("t", 4, (filler.substr(0, 1016) + "%s").c_str(), "cut in two");
-        logger.error("t", 5, (filler.substr(0, 1015) + "%s").c_str(), "just fits");
-    });
-    EXPECT_EQ(fileContent(tree.path("main")), "ERROR [a%b:1] text\nERROR [t:2] " + filler + "\nERROR [t:3] " +
-                                                  filler.substr(0, 1017) + "\nERROR [t:4] " +
-                                                  filler.substr(0, 1016) + "%\nERROR [t:5] " +
-                                                  filler.substr(0, 1015) + "just fits\n");
-}
-
-TEST_F(LoggerTest, ReadsOneFileOnlyWhenToldWhich) {
+TEST_F(LoggerTest, FormatsInTwoStagesFromAnyProperties) {
     EXPECT_THROW(Logger(tree.path("missing")), log4cpp::ConfigureFailure);
-    const std::string properties =
-        tree.file("properties", "log4cpp.rootCategory=ERROR, main\n" + appender("main"));
-    EXPECT_EQ(runInChild([&] {
-                  umask(0);
-                  Logger(properties).error("t", 1, "text");
-                  return 0;
-              }).out,
-              "");
-    EXPECT_EQ(fileContent(tree.path("main")), "ERROR [t:1] text\n");
+    const std::string properties = tree.file("p", "log4cpp.rootCategory=ERROR, main\n" + appender("main"));
+    const std::string x(2000, 'x');
+    runInChild([&] {
+        umask(0);
+        Logger logger(properties);
+        logger.error("a%%b", 1, "%s", "text");
+        logger.error("t", 2, "%s", x.c_str());
+        logger.error("t", 3, (x + "%s").c_str(), "cut off");
+        logger.error("t", 4, (x.substr(0, 1016) + "%s").c_str(), "cut in two");
+        logger.error("t", 5, (x.substr(0, 1015) + "%s").c_str(), "just fits");
+        return 0;
+    });
+    EXPECT_EQ(fileContent(tree.path("main")), "ERROR [a%b:1] text\nERROR [t:2] " + x + "\nERROR [t:3] " +
+                                                  x.substr(0, 1017) + "\nERROR [t:4] " + x.substr(0, 1016) +
+                                                  "%\nERROR [t:5] " + x.substr(0, 1015) + "just fits\n");
     EXPECT_NE(modeOf(tree.path("main")), 0640U);
 }
 
@@ -143,14 +135,4 @@ my.log4cpp.appender.A.fileName=/x
         }
         EXPECT_EQ(names, cells[1]) << cells[0];
     }
-}
-
-TEST_F(LoggerTest, SetsFileModes) {
-    const std::string file = tree.file("file");
-    const RunResult run = runInChild([&] {
-        Logger::setLogFilesPermissions({tree.path("missing"), file + "/below", file}, 0611);
-        return 0;
-    });
-    EXPECT_EQ(run.out + run.err, "chmod failed for " + file + "/below: Not a directory\n");
-    EXPECT_EQ(modeOf(file), 0611U);
 }

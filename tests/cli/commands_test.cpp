@@ -35,48 +35,38 @@ TEST(Commands, DoAsTheTableSays) {
 }
 
 TEST(Commands, PrintTheUsage) {
-    const std::string usage = fileContent(TESTS_DIRECTORY "/cli/usage.txt");
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{}, {"-h"}, {"--help"}, {"-g", "-o", "/f", "-h", "--unknown"}}) {
-        const RunResult run = runToolWithFake(words);
-        EXPECT_EQ(run.out, usage);
-        EXPECT_EQ(run.err + run.calls, "");
-        EXPECT_EQ(run.status, 0);
+    for (const char* words : {"-h", "--help", "-g -o /f -h --unknown", ""}) {
+        const RunResult run =
+            runToolWithFake(*words == '\0' ? std::vector<std::string>() : split(words, " "));
+        EXPECT_EQ(run.out, fileContent(TESTS_DIRECTORY "/cli/usage.txt")) << words;
+        EXPECT_EQ(std::to_string(run.status) + run.err + run.calls, "0") << words;
     }
 }
 
 TEST(Commands, NeverLoseOutputSilently) {
-    const auto closeOutput = [] { close(STDOUT_FILENO); };
-    const auto fillDisk = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
-    const auto stopReading = [] {
+    const auto closed = [] { close(STDOUT_FILENO); };
+    const auto full = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+    const auto unread = [] {
         int ends[2];
         static_cast<void>(pipe(ends));
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
     };
-    const std::string error = "zorv-label-manager-tool: write error: ";
-    struct Row {
-        std::vector<std::string> words;
-        std::function<void()> prepare;
-        int status;
-        std::string err;
+    // The messages have no end, so that a run ends by the line that it loses.
+    const auto run = [](const std::string& words, const std::function<void()>& prepare) {
+        const RunResult result = runToolWithFake(split(words, " "), "recvLabelChangeMsg=0 m", {{}, prepare});
+        return std::to_string(result.status) + ' ' + result.err;
     };
-    // Messages without end, unless the lost line ends the run.
-    for (const Row& row : {Row{{"-S"}, fillDisk, 1, error + "No space left on device\n"},
-                           {{"-h"}, fillDisk, 1, error + "No space left on device\n"},
-                           {{"-d", "-o", "/f"}, closeOutput, 1, error + "Bad file descriptor\n"},
-                           {{"-a", "-f", "x"}, closeOutput, 0, ""},
-                           {{"-S"}, stopReading, -SIGPIPE, ""}}) {
-        const RunResult run = runToolWithFake(row.words, "recvLabelChangeMsg=0 m", {{}, row.prepare});
-        EXPECT_EQ(run.status, row.status) << row.words[0];
-        EXPECT_EQ(run.err, row.err) << row.words[0];
-    }
+    EXPECT_EQ(run("-S", full), "1 zorv-label-manager-tool: write error: No space left on device\n");
+    EXPECT_EQ(run("-h", full), "1 zorv-label-manager-tool: write error: No space left on device\n");
+    EXPECT_EQ(run("-d -o /f", closed), "1 zorv-label-manager-tool: write error: Bad file descriptor\n");
+    EXPECT_EQ(run("-a -f x", closed), "0 ");
+    EXPECT_EQ(run("-S", unread), std::to_string(-SIGPIPE) + ' ');
 }
 
 TEST(Commands, KeepBothStreamsInOrder) {
-    const RunResult run =
-        runToolWithFake({"-d", "-m", "x", "-l", "/no"}, "", {{}, [] { dup2(STDOUT_FILENO, STDERR_FILENO); }});
-    EXPECT_EQ(run.out,
+    const auto join = [] { dup2(STDOUT_FILENO, STDERR_FILENO); };
+    EXPECT_EQ(runToolWithFake({"-d", "-m", "x", "-l", "/no"}, "", {{}, join}).out,
               "================================\nWarning: No files matched the pattern: /no\n"
               "delete file sid success. /no\n");
 }

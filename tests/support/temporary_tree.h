@@ -5,7 +5,8 @@
 #include <vector>
 
 // A directory of its own for one test, removed with everything in it. Names are relative to it; parents are
-// made as needed; every function answers the absolute path. A failure is an exception, which fails the test.
+// made as needed, but for a link; every function answers the absolute path. A failure is an exception, which
+// fails the test.
 class TemporaryTree {
  public:
     TemporaryTree();
@@ -13,7 +14,9 @@ class TemporaryTree {
     TemporaryTree(const TemporaryTree&) = delete;
     TemporaryTree& operator=(const TemporaryTree&) = delete;
 
-    std::string path(std::string_view name = "") const;
+    std::string path(std::string_view name = "") const {
+        return root + (name.empty() ? "" : "/") + std::string(name);
+    }
     std::string directory(std::string_view name) const;
     std::string file(std::string_view name, std::string_view content = "") const;
     std::string link(std::string_view name, std::string_view target) const;

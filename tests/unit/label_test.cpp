@@ -22,12 +22,12 @@ constexpr const char* kFullHex =
     "070000000000000008000000000000008090a0b0c0d0e0f07856341205000000ff";
 
 // In the cells of the tables: I an identifier, Z the zero one, 1.0.2 one of small numbers, L the zero label,
-// _ a blank.
+// _ a blank, '' nothing.
 std::string expand(std::string text) {
     text = replaceAll(replaceAll(replaceAll(text, "L", "Z:0:Z:0:Z"), "Z", "0.0.0"), "I", "1.2.3");
     const std::string zeros(15, '0');
     text = replaceAll(text, "([0-9])\\.([0-9])\\.([0-9])", zeros + "$1-" + zeros + "$2-" + zeros + "$3");
-    return replaceAll(text, "_", " ");
+    return replaceAll(replaceAll(text, "_", " "), "''", "");
 }
 
 std::vector<unsigned char> serialized(const Label& label) {
@@ -52,30 +52,27 @@ TEST(LabelModel, ReadsTexts) {
     constexpr const char* kTable = R"(
 # what is read, as text | the text that comes back | why it was rejected
 I | I
-Z | Z
 00000000000000AB-000000000000000C-FFFFFFFFFFFFFFFF | 00000000000000ab-000000000000000c-ffffffffffffffff
 ______________ab-0000000000000001-0000000000000002 | 00000000000000ab-0000000000000001-0000000000000002
 0x000000000000ab-0X00000000000001-0000000000000002 | 00000000000000ab-0000000000000001-0000000000000002
 00000000000000a_-_000000000000001-0000000000000002 | 000000000000000a-0000000000000001-0000000000000002
 -000000000000001-0000000000000001-0000000000000002 | ffffffffffffffff-0000000000000001-0000000000000002
 1-1-0000000000000000000000000000000000000000000002 | 0000000000000001-0000000000000001-0000000000000002
--                                                  | Z | Invalid ID string length: 1
+'' | Z | Invalid ID string length: 0
+'' | L | label deserialization failed: Invalid format: missing OID
 0000000000000001-0000000000000001-000000000000001  | Z | Invalid ID string length: 49
 0000000000000001-0000000000000001-00000000000000011 | Z | Invalid ID string length: 51
 0000000000000001+0000000000000001-0000000000000001 | Z | Invalid ID format (expect pkg-file-path)
 0000000000000001-0000000000000001:0000000000000001 | Z | Invalid ID format (expect pkg-file-path)
 0000000000000001-0000000000000001-000000000000001_ | Z | Invalid ID format (expect pkg-file-path)
 0000000000000001-0000000000000001-000000000000001g | Z | Invalid ID format (expect pkg-file-path)
-0000000000000001-000000000000000g-0000000000000001 | Z | Invalid ID format (expect pkg-file-path)
 10000000000000000-0000000000000001-00000000000000f | Z | Invalid ID format (expect pkg-file-path)
-000000000000000001-0000000000000000000000000000001 | Z | Invalid ID format (expect pkg-file-path)
 __________________________________________________ | Z | Invalid ID format (expect pkg-file-path)
 I:12:I:5:I | I:12:I:5:I
 I:1:Z:0:Z | I:1:Z:0:Z
 I:_12ab:I:+7:I\nrest | I:12:I:7:I
 Z:4294967297:Z:4294967301:Z | Z:1:Z:5:Z
 Z:-1:Z:7x:Z | Z:4294967295:Z:7:Z
-1:1:I:5:I | Z:1:I:5:I | Invalid ID string length: 1
 :1:I:5:I | Z:1:I:5:I | Invalid ID string length: 0
 I:1:I:5:I:x | I:1:I:5:Z | Invalid ID string length: 52
 I: | L | label deserialization failed: Invalid format: missing TID
@@ -84,29 +81,21 @@ I:1:I | L | label deserialization failed: Invalid format: missing inherit flag
 I:1:I:5 | L | label deserialization failed: Invalid format: missing creator OID
 I:1:I:5: | L | label deserialization failed: Invalid format: missing creator OID
 I::I:5:I | L | label deserialization failed: stoul
-I:x1:I:5:I | L | label deserialization failed: stoul
 I:18446744073709551616:I:5:I | L | label deserialization failed: stoul
 I:1:I::I | L | label deserialization failed: stoul
 I:1:I:3:I | L | label deserialization failed: Invalid inherit flag value
 I:1:I:6:I | L | label deserialization failed: Invalid inherit flag value
-I:1:I:8:I | L | label deserialization failed: Invalid inherit flag value
 )";
     CapturedLog log;
     for (const std::vector<std::string>& cells : readTable(kTable, 3)) {
         const std::string text = expand(cells[0]);
-        const bool isLabel = text.find(':', 0) != std::string::npos && cells[1] != "Z";
-        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(),
-                  expand(cells[1]))
+        const std::string read = expand(cells[1]);
+        const bool isLabel = read.find(':') != std::string::npos;
+        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(), read)
             << text;
-        EXPECT_EQ(testing::PrintToString(log.take()),
-                  cells[2].empty() ? "{}" : "{ \"ERROR [fromString] " + cells[2] + "\" }")
-            << text;
+        const std::vector<std::string> lines(cells[2].empty() ? 0 : 1, "ERROR [fromString] " + cells[2]);
+        EXPECT_EQ(log.take(), lines) << text;
     }
-    EXPECT_EQ(Id::fromString("").toString(), expand("Z"));
-    EXPECT_EQ(Label::fromString("").toString(), expand("L"));
-    EXPECT_THAT(log.take(),
-                ElementsAre("ERROR [fromString] Invalid ID string length: 0",
-                            "ERROR [fromString] label deserialization failed: Invalid format: missing OID"));
 }
 
 TEST(LabelModel, HasPinnedBytes) {
@@ -202,7 +191,6 @@ TEST(LabelModel, KeepsLabelsInTheAttributeAndLogsIt) {
     setLabelAttribute(tree.file("full"), kFullHex);
     setLabelAttribute(tree.link("link", "full"), std::string(50, '0'));
     setLabelAttribute(tree.file("empty"), "");
-    setLabelAttribute(tree.file("short"), "00112233445566778899");
     setLabelAttribute(tree.file("bad"), std::string(48, '0') + "80");
     tree.file("bare");
     tree.link("dangling", "nowhere");
@@ -210,16 +198,14 @@ TEST(LabelModel, KeepsLabelsInTheAttributeAndLogsIt) {
     const std::string readOnly = tree.path("mount");
     ASSERT_EQ(mount(readOnly.c_str(), readOnly.c_str(), nullptr, MS_BIND, nullptr), 0);
     ASSERT_EQ(mount(nullptr, readOnly.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
-    const std::string tooLong = std::string(256, 'n');
     constexpr const char* kTable = R"(
-# operation (with l: on a link itself) | file | result | log lines, @ for the path
+# operation (with l: on a link itself) | file | result | log lines
 get  | @/full | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: ff\nDEBUG [deserializeFromBuffer] Label deserialization: tid: 12345678
 get  | @/link | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: ff\nDEBUG [deserializeFromBuffer] Label deserialization: tid: 12345678
 lget | @/link | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: 00
 get  | @/bare | -1 | DEBUG [getFromXattr] Extended attribute not found: PATH
 get  | /proc/version | -1 | DEBUG [getFromXattr] Failed to get extended attribute size: Operation not supported
 get  | @/empty | -1 | ERROR [getFromXattr] LabelError: Extended attribute is empty: security.zorv: PATH
-get  | @/short | -1 | ERROR [getFromXattr] LabelError: Label deserialization failed: Buffer size is invalid: PATH
 get  | @/bad | -1 | DEBUG [deserializeFromBuffer] Label deserialization: state: 80\nERROR [getFromXattr] LabelError: Label deserialization failed: Buffer too small for required data: PATH
 lget | @/dangling | -1 | ERROR [getFromXattr] LabelError: File does not exist: : PATH
 get  | @/full/x | -1 | ERROR [getFromXattr] LabelError: File does not exist: : PATH
@@ -233,19 +219,20 @@ set  | @/LONG | -2 | ERROR [setToXattr] exception: filesystem error: status: Fil
 )";
     CapturedLog log;
     for (const std::vector<std::string>& cells : readTable(kTable, 4)) {
-        const std::string path = replaceAll(replaceAll(cells[1], "@", tree.path()), "LONG", tooLong);
+        const std::string path =
+            replaceAll(replaceAll(cells[1], "@", tree.path()), "LONG", std::string(256, 'n'));
         const bool noDereference = cells[0][0] == 'l';
-        const bool sets = cells[0].back() == 't' && cells[0].find('s') != std::string::npos;
+        const bool sets = cells[0].find("set") != std::string::npos;
         Label read;
         const int status =
             sets ? kFull.setToXattr(path, noDereference) : read.getFromXattr(path, noDereference);
         EXPECT_EQ(status, std::stoi(cells[2])) << path;
         EXPECT_EQ(log.take(), split(replaceAll(cells[3], "PATH", path), "\n")) << path;
-        if (cells[3].find("tid: ") != std::string::npos) {
-            EXPECT_EQ(read.toString(), kFull.toString()) << path;
-        }
     }
     EXPECT_EQ(umount(readOnly.c_str()), 0);
     EXPECT_EQ(labelAttribute(tree.path("bare")), kFullHex);
     EXPECT_EQ(labelAttribute(tree.path("link")), kFullHex);
+    Label read;
+    EXPECT_EQ(read.getFromXattr(tree.path("bare"), false), 0);
+    EXPECT_EQ(read.toString(), kFull.toString());
 }

@@ -11,7 +11,7 @@ namespace {
 int firstWriteError = 0;
 
 // Large enough for the longest path and its label, so that each line is one write.
-std::array<char, 16 * 1024> buffer;
+std::array<char, 16384> buffer;
 
 }  // namespace
 

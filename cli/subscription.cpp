@@ -1,9 +1,7 @@
 #include "cli/subscription.h"
 
-#include <cstdlib>
-#include <memory>
-
 #include "cli/label_manager.h"
+#include "cli/malloc_owner.h"
 #include "cli/output.h"
 
 int printLabelChanges(const char* topic) {
@@ -13,12 +11,12 @@ int printLabelChanges(const char* topic) {
         return 1;
     }
     while (!outputFailed()) {
-        char* message = nullptr;
-        if (recvLabelChangeMsg(subscriber, &message) != 0) {
+        char* received = nullptr;
+        if (recvLabelChangeMsg(subscriber, &received) != 0) {
             break;
         }
-        printLine("Recviced: %s", message != nullptr ? message : "");
-        std::free(message);
+        const MallocOwner<char> message(received);
+        printLine("Recviced: %s", message ? message.get() : "");
     }
     printLine("recvice file label change message error.");
     return 1;

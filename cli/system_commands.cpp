@@ -1,14 +1,13 @@
 #include "cli/system_commands.h"
 
 #include <cinttypes>
-#include <cstdlib>
 #include <map>
-#include <memory>
 #include <string>
 #include <sys/time.h>
 #include <vector>
 
 #include "cli/label_manager.h"
+#include "cli/malloc_owner.h"
 #include "cli/number_conversion.h"
 #include "cli/output.h"
 #include "common/sm3_hash.h"
@@ -20,10 +19,6 @@ const std::map<std::string, std::vector<std::string>> testPolicies = {
     {"object_recurfile", {"/home/*/desktop/*", "/home/tst/desktop/*"}},
     {"subject_file", {"/usr/sbin/tc", "/etc/pwd/config"}},
     {"subject_pkg", {"vim"}},
-};
-
-struct FreeDeleter {
-    void operator()(void* memory) const { std::free(memory); }
 };
 
 int deriveLabel(const char* path, const char* verb, const char* newLabel,
@@ -93,7 +88,7 @@ int printDeviceOid(const char* name) {
 }
 
 int printPackageName(const char* hexadecimalId) {
-    const std::unique_ptr<char, FreeDeleter> name(getPkgNameById(toUnsigned64(hexadecimalId, 16)));
+    const MallocOwner<char> name(getPkgNameById(toUnsigned64(hexadecimalId, 16)));
     if (!name) {
         printLine("get pkg name by id error");
         return 1;

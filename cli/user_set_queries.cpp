@@ -1,20 +1,14 @@
 #include "cli/user_set_queries.h"
 
 #include <cinttypes>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <span>
 
 #include "cli/label_manager.h"
+#include "cli/malloc_owner.h"
 #include "cli/output.h"
 
 namespace {
-
-struct FreeDeleter {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using Records = std::unique_ptr<UserSetRecord, FreeDeleter>;
 
 struct FileQueryRow {
     Selector selector;
@@ -60,7 +54,7 @@ void queryFiles(const FileQueryRow& row, const char* argument, int patternMatch)
     } else if (count < 0) {
         printLine("query user set %s failed, count = %d", row.failedName, count);
     } else {
-        const Records owner(answer);
+        const MallocOwner<UserSetRecord> owner(answer);
         for (const UserSetRecord& record : std::span(answer, static_cast<size_t>(count))) {
             printFileRecord(row, record);
         }
@@ -75,7 +69,7 @@ void queryAllPackages() {
     } else if (count < 0) {
         printLine("Failed to show the user setting id, count = %d", count);
     } else {
-        const Records owner(answer);
+        const MallocOwner<UserSetRecord> owner(answer);
         for (const UserSetRecord& record : std::span(answer, static_cast<size_t>(count))) {
             printPackage(record.path, record.values[0]);
         }

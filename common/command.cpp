@@ -150,8 +150,9 @@ bool commandExists(const std::string& name) {
     }
     std::istringstream fields(searchPath);
     for (std::string field; std::getline(fields, field, ':');) {
+        field.append("/").append(name);
         struct stat entry {};
-        if (stat((field + "/" + name).c_str(), &entry) == 0 && (entry.st_mode & S_IXUSR) != 0) {
+        if (stat(field.c_str(), &entry) == 0 && (entry.st_mode & S_IXUSR) != 0) {
             return true;
         }
     }

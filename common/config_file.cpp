@@ -72,9 +72,9 @@ std::map<std::string, std::string> readConfigText(std::istream& in) {
         if (equals == std::string::npos) {
             continue;
         }
-        const std::string key = withoutLeadingBlanks(line.substr(0, equals));
-        values[section.empty() ? key : section + "." + key] =
-            withoutBlanks(withoutLeadingBlanks(line.substr(equals + 1)));
+        std::string key = section.empty() ? "" : section + ".";
+        key.append(withoutLeadingBlanks(line.substr(0, equals)));
+        values[key] = withoutBlanks(withoutLeadingBlanks(line.substr(equals + 1)));
     }
     return values;
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <memory>
 #include <unistd.h>
+#include <utility>
 
 // Owners of what the C library hands out. Internal.
 
@@ -17,22 +19,29 @@ struct CloseStream {
 };
 using UniqueStream = std::unique_ptr<std::FILE, CloseStream>;
 
+struct FreeMemory {
+    void operator()(void* memory) const { std::free(memory); }
+};
+using UniqueText = std::unique_ptr<char, FreeMemory>;
+
 class UniqueFd {
  public:
     UniqueFd() = default;
     explicit UniqueFd(int descriptor) : fd(descriptor) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        std::swap(fd, other.fd);
+        return *this;
+    }
     ~UniqueFd() { reset(); }
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 
     int get() const { return fd; }
+    explicit operator bool() const { return fd >= 0; }
 
     // For the call that takes the descriptor over.
-    int release() {
-        const int released = fd;
-        fd = -1;
-        return released;
-    }
+    int release() { return std::exchange(fd, -1); }
 
     void reset() {
         if (fd >= 0) {

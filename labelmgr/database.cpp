@@ -1,5 +1,7 @@
 #include "labelmgr/database.h"
 
+#include <array>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -10,13 +12,35 @@ namespace {
 
 constexpr std::chrono::milliseconds kRetryPause{2};
 
-OperationError databaseError(sqlite3* database, const std::string& path) {
+[[noreturn]] void throwDatabaseError(sqlite3* database, const std::string& path) {
     std::string reason = sqlite3_errmsg(database);
     const int systemReason = sqlite3_system_errno(database);
     if (systemReason != 0) {
         reason.append(" (").append(std::strerror(systemReason)).append(")");
     }
-    return {path, reason};
+    switch (sqlite3_errcode(database) & 0xff) {  // the primary code
+        case SQLITE_CANTOPEN:
+        case SQLITE_FULL:
+        case SQLITE_IOERR:
+        case SQLITE_READONLY:
+            throw StoreUnwritable(path, reason);
+        default:
+            throw OperationError(path, reason);
+    }
+}
+
+std::string asImmutableUri(const std::string& path) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '%' || c == '?' || c == '#') {
+            std::array<char, 4> escaped{};
+            std::snprintf(escaped.data(), escaped.size(), "%%%02X", static_cast<unsigned int>(c));
+            uri.append(escaped.data());
+        } else {
+            uri.push_back(c);
+        }
+    }
+    return uri.append("?immutable=1");
 }
 
 int waitForLock(void* deadline, int /*attempts*/) {
@@ -33,7 +57,7 @@ Statement::Statement(sqlite3* database, std::string databasePath, const char* sq
     : path(std::move(databasePath)) {
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) != SQLITE_OK) {
-        throw databaseError(database, path);
+        throwDatabaseError(database, path);
     }
     handle.reset(statement);
 }
@@ -55,7 +79,7 @@ bool Statement::step() {
         return true;
     }
     if (result != SQLITE_DONE) {
-        throw databaseError(sqlite3_db_handle(handle.get()), path);
+        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
     }
     return false;
 }
@@ -77,19 +101,24 @@ std::string Statement::bytes(int column) const {
 
 void Statement::check(int result) const {
     if (result != SQLITE_OK) {
-        throw databaseError(sqlite3_db_handle(handle.get()), path);
+        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
     }
 }
 
-Database::Database(const std::string& databasePath, Clock::time_point deadline)
+Database::Database(const std::string& databasePath, Mode mode, Clock::time_point deadline)
     : path(databasePath), lockDeadline(std::make_unique<Clock::time_point>(deadline)) {
     sqlite3* database = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_PRIVATECACHE;
-    const int opened = sqlite3_open_v2(path.c_str(), &database, flags, nullptr);
+    const bool immutable = mode == Mode::kImmutable;
+    const std::string name = immutable ? asImmutableUri(path) : path;
+    const int flags =
+        immutable ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW;
+    const int opened = sqlite3_open_v2(name.c_str(), &database, flags, nullptr);
     handle.reset(database);
+    if (database == nullptr) {
+        throw OperationError(path, sqlite3_errstr(opened));
+    }
     if (opened != SQLITE_OK) {
-        throw database != nullptr ? databaseError(database, path)
-                                  : OperationError(path, sqlite3_errstr(opened));
+        throwDatabaseError(database, path);
     }
     sqlite3_extended_result_codes(database, 1);
     sqlite3_busy_handler(database, waitForLock, lockDeadline.get());

@@ -8,8 +8,9 @@
 
 #include <sqlite3.h>
 
-// Owners of SQLite's handles. A failure throws OperationError with the database's path and SQLite's reason.
-// One connection belongs to one thread of one process.
+// Owners of SQLite's handles. A failure throws OperationError with the database's path and SQLite's reason,
+// StoreUnwritable when that is the system's refusal to write. One connection belongs to one thread of one
+// process.
 
 // A prepared statement. Values are bound by position from 1, columns read by position from 0. Texts are bytes
 // (BLOBs).
@@ -44,9 +45,12 @@ class Database {
  public:
     using Clock = std::chrono::steady_clock;
 
+    // kImmutable: for a file that nobody can change while it is open; needs no journal beside it.
+    enum class Mode { kReadWrite, kImmutable };
+
     // Opens an existing file. Waits for other processes' locks until `deadline`, over all statements
     // together.
-    Database(const std::string& databasePath, Clock::time_point deadline);
+    Database(const std::string& databasePath, Mode mode, Clock::time_point deadline);
 
     Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
     void execute(const char* sql) { prepare(sql).run(); }

@@ -1,12 +1,11 @@
 #include "labelmgr/file_labels.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <sys/xattr.h>
 
+#include "common/posix_handles.h"
 #include "label/label_error.h"
 #include "labelmgr/operation_error.h"
 
@@ -21,14 +20,10 @@ constexpr const char* kAttributeName = "security.zorv";
     throw systemError(path, reason);
 }
 
-struct FreeDeleter {
-    void operator()(char* memory) const { std::free(memory); }
-};
-
 }  // namespace
 
 std::string canonicalPath(const char* path) {
-    const std::unique_ptr<char, FreeDeleter> resolved(realpath(path, nullptr));
+    const UniqueText resolved(realpath(path, nullptr));
     if (!resolved) {
         throwFileError(path, errno);
     }

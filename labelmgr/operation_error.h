@@ -24,3 +24,9 @@ class FileGone : public OperationError {
  public:
     using OperationError::OperationError;
 };
+
+// The store cannot be opened as its journal needs it: the disk is full, the file system read-only or failing.
+class StoreUnwritable : public OperationError {
+ public:
+    using OperationError::OperationError;
+};

@@ -128,7 +128,7 @@ std::string packageOwning(const std::string& path) {
         return {};
     }
     for (const std::string& name : {path, nameBeforeMerge(path)}) {
-        const std::string owner =
+        std::string owner =
             name.empty() ? std::string() : smallestOwner(ask(database->owners, {name, asDpkgPattern(name)}));
         if (!owner.empty()) {
             return owner;

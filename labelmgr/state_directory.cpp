@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* kDefaultDirectory = "/var/lib/zorv/label";
 constexpr const char* kDatabaseName = "label.db";
+constexpr const char* kJournalName = "label.db-wal";
 constexpr const char* kLockName = "label.lock";
 constexpr mode_t kParentMode = 0755;
 constexpr mode_t kDirectoryMode = 0700;
@@ -102,12 +103,26 @@ std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
 }
 
 UniqueFd StateDirectory::lockForWriting(std::chrono::steady_clock::time_point deadline) const {
+    return lockFile(O_RDWR | O_CREAT, LOCK_EX, deadline);
+}
+
+UniqueFd StateDirectory::lockForReading(std::chrono::steady_clock::time_point deadline) const {
+    return lockFile(O_RDONLY, LOCK_SH, deadline);
+}
+
+bool StateDirectory::hasJournal() const {
+    struct stat status {};
+    return fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_size > 0;
+}
+
+UniqueFd StateDirectory::lockFile(int openFlags, int operation,
+                                  std::chrono::steady_clock::time_point deadline) const {
     const std::string file = path + "/" + kLockName;
-    UniqueFd lock(openat(descriptor.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+    UniqueFd lock(openat(descriptor.get(), kLockName, openFlags | O_NOFOLLOW | O_CLOEXEC, kFileMode));
     if (!lock) {
         throw systemError(file);
     }
-    while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    while (flock(lock.get(), operation | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
             throw systemError(file);
         }

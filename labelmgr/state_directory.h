@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "labelmgr/unique_fd.h"
+#include "common/posix_handles.h"
 
 // Where the label manager keeps its state, and whether it can be trusted.
 
@@ -28,10 +28,17 @@ class StateDirectory {
     // The lock that all writers of the store take for the whole of a change. The kernel releases it with the
     // process, so whoever holds it knows that a change that it finds unfinished has nobody left to finish it.
     UniqueFd lockForWriting(std::chrono::steady_clock::time_point deadline) const;
+    // Keeps writers out, beside any number of readers. Writes nothing.
+    UniqueFd lockForReading(std::chrono::steady_clock::time_point deadline) const;
+
+    // Whether the database has a journal beside it that is part of its contents.
+    bool hasJournal() const;
 
  private:
     StateDirectory(std::string directoryPath, UniqueFd directory)
         : path(std::move(directoryPath)), descriptor(std::move(directory)) {}
+
+    UniqueFd lockFile(int openFlags, int operation, std::chrono::steady_clock::time_point deadline) const;
 
     std::string path;
     UniqueFd descriptor;

@@ -71,18 +71,29 @@ std::string asOneWord(std::string_view bytes) {
 }  // namespace
 
 std::optional<Store> Store::openExisting() {
+    const auto deadline = Database::Clock::now() + kBusyTimeout;
     const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
     const auto file =
         directory ? directory->database(StateDirectory::IfMissing::kAnswerNothing) : std::nullopt;
     if (!file) {
         return std::nullopt;
     }
-    Store store(*file, Database::Clock::now() + kBusyTimeout, UniqueFd());
-    const int64_t version = store.database.number("PRAGMA user_version");
-    if (version == 0) {  // created, but its first writer has not come to the tables
-        return std::nullopt;
+    const auto openedAs = [&](Database::Mode mode, UniqueFd fileLock) {
+        std::optional<Store> store = Store(*file, mode, deadline, std::move(fileLock));
+        if (store->schemaVersion() == 0) {  // its first writer has not come to the tables
+            store.reset();
+        }
+        return store;
+    };
+    try {
+        return openedAs(Database::Mode::kReadWrite, UniqueFd());
+    } catch (const StoreUnwritable&) {
+        // Without a journal left to read, the file itself is the whole store as long as writers are kept out.
+        if (directory->hasJournal()) {
+            throw;
+        }
+        return openedAs(Database::Mode::kImmutable, directory->lockForReading(deadline));
     }
-    return store;
 }
 
 Store Store::openForWriting() {
@@ -90,25 +101,29 @@ Store Store::openForWriting() {
     const auto directory = StateDirectory::open(StateDirectory::IfMissing::kCreate);
     UniqueFd lock = directory->lockForWriting(deadline);
     const auto file = directory->database(StateDirectory::IfMissing::kCreate);
-    Store store(*file, deadline, std::move(lock));
-    store.createSchema(*file);
+    Store store(*file, Database::Mode::kReadWrite, deadline, std::move(lock));
+    store.createSchema();
     return store;
 }
 
-Store::Store(const std::string& databasePath, Database::Clock::time_point deadline, UniqueFd writerLock)
-    : lock(std::move(writerLock)), database(databasePath, deadline) {
-    const int64_t version = database.number("PRAGMA user_version");
-    if (version > kSchemaVersion) {
+Store::Store(const std::string& databasePath, Database::Mode mode, Database::Clock::time_point deadline,
+             UniqueFd fileLock)
+    : lock(std::move(fileLock)), database(databasePath, mode, deadline) {
+    if (schemaVersion() > kSchemaVersion) {
         throw OperationError(databasePath, "refused: written by a newer version of this library");
+    }
+    if (schemaVersion() == 0 && database.number("SELECT count(*) FROM sqlite_schema") != 0) {
+        throw OperationError(databasePath, "refused: not a label store");
     }
 }
 
-void Store::createSchema(const std::string& databasePath) {
-    if (database.number("PRAGMA user_version") == kSchemaVersion) {
+int64_t Store::schemaVersion() {
+    return database.number("PRAGMA user_version");
+}
+
+void Store::createSchema() {
+    if (schemaVersion() == kSchemaVersion) {
         return;
-    }
-    if (database.number("SELECT count(*) FROM sqlite_schema") != 0) {
-        throw OperationError(databasePath, "refused: not a label store");
     }
     database.execute("PRAGMA journal_mode = WAL");
     Transaction transaction = begin();

@@ -40,7 +40,7 @@ struct PackageId {
 
 class Store {
  public:
-    // For reading: nothing where nothing was ever set.
+    // For reading: nothing where nothing was ever set. Works on a full or read-only file system, too.
     static std::optional<Store> openExisting();
     // For writing: creates what is missing and waits for other writers, 10 s at most.
     static Store openForWriting();
@@ -73,9 +73,11 @@ class Store {
                     std::string_view value);
 
  private:
-    Store(const std::string& databasePath, Database::Clock::time_point deadline, UniqueFd writerLock);
+    Store(const std::string& databasePath, Database::Mode mode, Database::Clock::time_point deadline,
+          UniqueFd fileLock);
 
-    void createSchema(const std::string& databasePath);
+    int64_t schemaVersion();
+    void createSchema();
 
     UniqueFd lock;  // released after the database is closed
     Database database;

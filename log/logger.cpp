@@ -112,22 +112,28 @@ Logger::~Logger() {
     log4cpp::Category::shutdown();
 }
 
-#define ZORV_DEFINE_LEVEL_CALL(name, category, priority, exceptions)                       \
-    void Logger::name(const char* tag, int line, const char* format, ...) exceptions {     \
-        va_list arguments;                                                                 \
-        va_start(arguments, format);                                                       \
-        logFormatted(category, log4cpp::Priority::priority, tag, line, format, arguments); \
-        va_end(arguments);                                                                 \
+#define ZORV_DEFINE_LEVEL_CALL(name, priority)                                          \
+    void Logger::name(const char* tag, int line, const char* format, ...) {             \
+        va_list arguments;                                                              \
+        va_start(arguments, format);                                                    \
+        logFormatted(*root, log4cpp::Priority::priority, tag, line, format, arguments); \
+        va_end(arguments);                                                              \
     }
 
-ZORV_DEFINE_LEVEL_CALL(debug, *root, DEBUG, )
-ZORV_DEFINE_LEVEL_CALL(info, *root, INFO, )
-ZORV_DEFINE_LEVEL_CALL(warn, *root, WARN, )
-ZORV_DEFINE_LEVEL_CALL(error, *root, ERROR, )
-ZORV_DEFINE_LEVEL_CALL(fatal, *root, FATAL, )
-ZORV_DEFINE_LEVEL_CALL(always, *getCategory(kAlwaysCategory), INFO, noexcept)
+ZORV_DEFINE_LEVEL_CALL(debug, DEBUG)
+ZORV_DEFINE_LEVEL_CALL(info, INFO)
+ZORV_DEFINE_LEVEL_CALL(warn, WARN)
+ZORV_DEFINE_LEVEL_CALL(error, ERROR)
+ZORV_DEFINE_LEVEL_CALL(fatal, FATAL)
 
 #undef ZORV_DEFINE_LEVEL_CALL
+
+void Logger::always(const char* tag, int line, const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    logFormatted(*getCategory(kAlwaysCategory), log4cpp::Priority::INFO, tag, line, format, arguments);
+    va_end(arguments);
+}
 
 log4cpp::Category* Logger::getCategory(const std::string& name) {
     const auto cached = categories.find(name);

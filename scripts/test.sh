@@ -1,0 +1,20 @@
+#!/bin/sh
+# Installs what is needed, builds and passes the tests. Usage: test.sh [PRESET...]
+# Without an argument everything that a change must pass: formatting, both compilers, the linter, the sanitizers.
+set -eu
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+if [ $# -eq 0 ]; then
+    echo "test: formatting"
+    git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+    git ls-files '*.sh' .ci/run | xargs shellcheck
+    echo "test: clang++ and clang-tidy"
+    scripts/build.sh tidy
+    set -- asan dev
+fi
+for preset in "$@"; do
+    echo "test: $preset"
+    scripts/build.sh "$preset"
+    ctest --preset "$preset" -j "$(nproc)"
+done

@@ -1,0 +1,11 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/private_mounts.h"
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (!GTEST_FLAG_GET(list_tests)) {
+        enterPrivateMounts();
+    }
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,89 @@
+#include "tests/support/run.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// What a child writes, in memory, so that no amount of it blocks.
+class Capture {
+ public:
+    ~Capture() { close(descriptor); }
+
+    std::string text() const {
+        std::string all(static_cast<size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
+        const ssize_t got = pread(descriptor, all.data(), all.size(), 0);
+        return got == static_cast<ssize_t>(all.size()) ? all : throw std::runtime_error("capture");
+    }
+
+    const int descriptor = memfd_create("capture", 0);
+};
+
+int execTool(const std::vector<std::string>& words) {
+    std::string name = "zorv-label-manager-tool";
+    std::vector<char*> argv = {name.data()};
+    for (const std::string& word : words) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(TOOL_PATH, argv.data());
+    std::perror(TOOL_PATH);
+    return 127;
+}
+
+}  // namespace
+
+RunResult runInChild(const std::function<int()>& body) {
+    const Capture out;
+    const Capture err;
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        std::signal(SIGPIPE, SIG_DFL);
+        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        dup2(out.descriptor, STDOUT_FILENO);
+        dup2(err.descriptor, STDERR_FILENO);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child) {
+        throw std::runtime_error("no child process");
+    }
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out.text(), err.text()};
+}
+
+RunResult runTool(const std::vector<std::string>& words, const RunOptions& options) {
+    return runInChild([&] {
+        unsetenv("POSIXLY_CORRECT");
+        for (const auto& [name, value] : options.environment) {
+            setenv(name.c_str(), value.c_str(), 1);
+        }
+        if (options.prepare) {
+            options.prepare();
+        }
+        return execTool(words);
+    });
+}
+
+RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script,
+                          const RunOptions& options) {
+    const Capture calls;
+    RunOptions withFake = options;
+    withFake.environment.insert(withFake.environment.end(),
+                                {{"LD_LIBRARY_PATH", FAKE_DIRECTORY},
+                                 {"ZORV_FAKE_CALLS", "/dev/fd/" + std::to_string(calls.descriptor)},
+                                 {"ZORV_FAKE_ANSWERS", script}});
+    RunResult result = runTool(words, withFake);
+    result.calls = calls.text();
+    return result;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+struct RunOptions {
+    std::vector<std::pair<std::string, std::string>> environment = {};
+    // Runs in the child just before the tool: redirects a stream, sets a limit, drops a privilege.
+    std::function<void()> prepare = {};
+};
+
+struct RunResult {
+    int status = 0;  // the exit status, or the negative number of the signal that ended it
+    std::string out = {};
+    std::string err = {};
+    std::string calls = {};  // of the recording label manager, one a line
+};
+
+// The tool with the label manager library that it was linked with. Standard input is empty; argv[0] is
+// "zorv-label-manager-tool".
+RunResult runTool(const std::vector<std::string>& words, const RunOptions& options = {});
+
+// The tool with the recording label manager, whose script says what it answers (see fake_labelmgr.cpp).
+RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script = "",
+                          const RunOptions& options = {});
+
+// A function in a child process; its answer is the exit status.
+RunResult runInChild(const std::function<int()>& body);

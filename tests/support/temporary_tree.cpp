@@ -1,0 +1,78 @@
+#include "tests/support/temporary_tree.h"
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <sys/xattr.h>
+
+#include "label/label_binary.h"
+#include "tests/support/private_mounts.h"
+
+namespace {
+
+constexpr const char* kAttributeName = "security.zorv";
+
+void require(bool done, const std::string& path) {
+    if (!done) {
+        throw std::runtime_error("temporary tree: " + path);
+    }
+}
+
+}  // namespace
+
+TemporaryTree::TemporaryTree() : root(std::string(kScratchDirectory) + "/tree-XXXXXX") {
+    require(mkdtemp(root.data()) != nullptr, root);
+}
+
+TemporaryTree::~TemporaryTree() {
+    static_cast<void>(
+        std::system(("rm -rf " + root).c_str()));  // whose paths may be longer than the system's
+}
+
+std::string TemporaryTree::path(std::string_view name) const {
+    return name.empty() ? root : root + '/' + std::string(name);
+}
+
+std::string TemporaryTree::directory(std::string_view name) const {
+    std::filesystem::create_directories(path(name));
+    return path(name);
+}
+
+std::string TemporaryTree::file(std::string_view name, std::string_view content) const {
+    putFile(path(name), content);
+    return path(name);
+}
+
+std::string TemporaryTree::link(std::string_view name, std::string_view target) const {
+    std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
+    std::filesystem::create_symlink(target, path(name));
+    return path(name);
+}
+
+void putFile(const std::string& path, std::string_view content) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    require((std::ofstream(path, std::ios::binary) << content << std::flush).good(), path);
+}
+
+std::string fileContent(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    require(in.is_open(), path);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string labelAttribute(const std::string& path) {
+    std::array<unsigned char, 4096> value;
+    const ssize_t size = lgetxattr(path.c_str(), kAttributeName, value.data(), value.size());
+    return size < 0 ? "none" : bytesToHexString(value.data(), static_cast<unsigned long>(size));
+}
+
+void setLabelAttribute(const std::string& path, std::string_view hexadecimal) {
+    std::string value;
+    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2) {
+        value.push_back(static_cast<char>(std::stoi(std::string(hexadecimal.substr(i, 2)), nullptr, 16)));
+    }
+    require(lsetxattr(path.c_str(), kAttributeName, value.data(), value.size(), 0) == 0, path);
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// A directory of its own for one test, removed with everything in it. Names are relative to it; parents are
+// made as needed; every function answers the absolute path. A failure is an exception, which fails the test.
+class TemporaryTree {
+ public:
+    TemporaryTree();
+    ~TemporaryTree();
+    TemporaryTree(const TemporaryTree&) = delete;
+    TemporaryTree& operator=(const TemporaryTree&) = delete;
+
+    std::string path(std::string_view name = "") const;
+    std::string directory(std::string_view name) const;
+    std::string file(std::string_view name, std::string_view content = "") const;
+    std::string link(std::string_view name, std::string_view target) const;
+
+ private:
+    std::string root;
+};
+
+void putFile(const std::string& path, std::string_view content);
+std::string fileContent(const std::string& path);
+
+// The attribute "security.zorv" of a file, or of a link itself, as hexadecimal digits; "none" when absent.
+std::string labelAttribute(const std::string& path);
+void setLabelAttribute(const std::string& path, std::string_view hexadecimal);

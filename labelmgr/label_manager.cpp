@@ -172,7 +172,7 @@ std::string hexadecimal(uint64_t number) {
 std::string labelTextOf(const char* operation, const std::string& path, UserValues userValues) {
     std::string text;
     statusOf(operation, [&] {
-        text = restoreLabel(canonicalPath(path.c_str()), userValues).toString();
+        text = restoreLabel(canonicalPath(path.c_str()), userValues);
         return 0;
     });
     return text;

@@ -66,6 +66,8 @@ class Store {
     static Store openForWriting();
 
     Transaction begin() { return Transaction(database); }
+    // A new connection under the same lock, for when the present one has been left unusable by a failure.
+    void reconnect() { database.reopen(); }
 
     std::optional<UserValue> userValue(const Target& target);
     // All values of a field, ordered by target.

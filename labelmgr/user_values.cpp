@@ -87,12 +87,14 @@ std::string bringInLine(LabelDeriver& deriver, WrittenLabels& labels, Field fiel
     return textOf(field, value);
 }
 
-void applyChanges(Store& store, WrittenLabels& labels, const FileChanges& files) {
+// Answers what the last file was given.
+std::string applyChanges(Store& store, WrittenLabels& labels, const FileChanges& files) {
+    std::string value;
     LabelDeriver deriver(&store, files.size());
     for (const auto& [key, change] : files) {
         const auto& [field, file] = key;
         try {
-            const std::string value = bringInLine(deriver, labels, field, file, change.operation == kInit);
+            value = bringInLine(deriver, labels, field, file, change.operation == kInit);
             store.addMessage("file", change.operation + "_" + nameOf(field), file, value);
         } catch (const FileGone&) {
             if (change.mustExist) {
@@ -100,16 +102,26 @@ void applyChanges(Store& store, WrittenLabels& labels, const FileChanges& files)
             }
         }
     }
+    return value;
+}
+
+void takeBackRecords(Store& store) {
+    Transaction transaction = store.begin();
+    for (const PendingChange& change : store.pendingChanges()) {
+        store.restoreUserValue(change.target, change.previous);
+    }
+    store.dropPendingChanges();
+    transaction.commit();
 }
 
 void takeBackChanges(Store& store) {
     try {
-        Transaction transaction = store.begin();
-        for (const PendingChange& change : store.pendingChanges()) {
-            store.restoreUserValue(change.target, change.previous);
+        try {
+            takeBackRecords(store);
+        } catch (const OperationError&) {  // told if a new connection cannot do it either
+            store.reconnect();
+            takeBackRecords(store);
         }
-        store.dropPendingChanges();
-        transaction.commit();
     } catch (const OperationError& failure) {
         ZORV_LOG(error, "a failed change waits for the next command to finish it: %s", failure.what());
     }
@@ -129,12 +141,14 @@ void changeLabels(Store& store, Work work) {
     }
 }
 
-void finishChanges(Store& store) {
+std::string finishChanges(Store& store) {
     try {
-        changeLabels(store, [&store](WrittenLabels& labels) {
-            applyChanges(store, labels, filesConcerned(store, store.pendingChanges()));
+        std::string value;
+        changeLabels(store, [&store, &value](WrittenLabels& labels) {
+            value = applyChanges(store, labels, filesConcerned(store, store.pendingChanges()));
             store.dropPendingChanges();
         });
+        return value;
     } catch (const std::exception&) {
         takeBackChanges(store);
         throw;
@@ -204,7 +218,8 @@ Store openUserValues() {
 }
 
 std::optional<Store> changeExistingUserValues() {
-    return Store::openExisting() ? std::optional(openUserValues()) : std::nullopt;
+    const bool exists = Store::openExisting().has_value();  // and closed again: a process has one connection
+    return exists ? std::optional(openUserValues()) : std::nullopt;
 }
 
 std::optional<Store> readUserValues() {
@@ -263,7 +278,7 @@ std::vector<std::pair<Target, UserValue>> findUserValues(Store& store, const Tar
     return found;
 }
 
-Label restoreLabel(const std::string& path, UserValues userValues) {
+std::string restoreLabel(const std::string& path, UserValues userValues) {
     Store store = openUserValues();
     {
         Transaction transaction = store.begin();
@@ -271,12 +286,7 @@ Label restoreLabel(const std::string& path, UserValues userValues) {
         store.addPendingChange({operation, {Field::kWholeLabel, false, path}, std::nullopt});
         transaction.commit();
     }
-    finishChanges(store);
-    const LabelBytes bytes = readLabelBytes(path);
-    if (!bytes) {
-        throw OperationError(path, "the label was removed at once");
-    }
-    return decodeLabel(path, *bytes);
+    return finishChanges(store);
 }
 
 void endScan(Store& store, const ScanState& scan, const std::string& root, const std::string& summary) {

@@ -37,8 +37,8 @@ void clearUserValues(Field field);
 // The records that deleteUserValue would take.
 std::vector<std::pair<Target, UserValue>> findUserValues(Store& store, const Target& target);
 
-// Writes the label of a canonical path anew and answers it.
-Label restoreLabel(const std::string& path, UserValues userValues);
+// Writes the label of a canonical path anew and answers its text.
+std::string restoreLabel(const std::string& path, UserValues userValues);
 
 // Ends a labelling of the whole system: changes that were made while it ran hold again, and what came of it
 // is kept.

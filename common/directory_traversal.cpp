@@ -24,8 +24,8 @@ constexpr size_t kMaxDirectories = 100000;
 
 struct Child {
     std::string path;
-    mode_t mode = 0;
-    int error = 0;  // of asking for the mode
+    unsigned char type = DT_UNKNOWN;
+    int error = 0;  // of asking for the type
 };
 
 class DirectoryReader {
@@ -57,23 +57,36 @@ class DirectoryReader {
             return false;
         }
         child.path.assign(prefix).append(entry->d_name);
-        struct stat status {};
-        child.error = 0;
-        if (child.path.size() >= PATH_MAX) {
-            child.error = ENAMETOOLONG;  // what every later use of the path would meet
-        } else if (fstatat(dirfd(directory.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            child.error = errno;
-        }
-        child.mode = status.st_mode;
+        child.error = examine(*entry, child);
         return true;
     }
 
  private:
     static bool isDots(std::string_view name) { return name == "." || name == ".."; }
 
+    // Asks for the entry itself, until one answer has shown that this directory may be searched; then the
+    // many files and links are what the directory says they are, and the rest is still asked for.
+    int examine(const dirent& entry, Child& child) {
+        if (child.path.size() >= PATH_MAX) {
+            return ENAMETOOLONG;  // what every later use of the path would meet
+        }
+        child.type = entry.d_type;
+        if (maySearch && (child.type == DT_REG || child.type == DT_LNK)) {
+            return 0;
+        }
+        struct stat status {};
+        if (fstatat(dirfd(directory.get()), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            return errno;
+        }
+        maySearch = true;
+        child.type = static_cast<unsigned char>(IFTODT(status.st_mode));
+        return 0;
+    }
+
     std::string prefix;
     UniqueDir directory;
     int openError = 0;
+    bool maySearch = false;
 };
 
 std::string normalizedRoot(std::string root) {
@@ -86,11 +99,6 @@ std::string normalizedRoot(std::string root) {
 bool lastComponentHoldsStar(const std::string& path) {
     return path.find('*', path.rfind('/') + 1) != std::string::npos;
 }
-
-struct SortedPath {
-    std::string key;
-    std::string text;
-};
 
 }  // namespace
 
@@ -128,9 +136,9 @@ int traverseDirectory(const std::string& root, std::vector<std::string>& out) {
             if (child.error != 0) {
                 ZORV_LOG(error, "Failed to stat path: %s, error: %s", child.path.c_str(),
                          std::strerror(child.error));
-            } else if (S_ISLNK(child.mode) || S_ISREG(child.mode)) {
+            } else if (child.type == DT_LNK || child.type == DT_REG) {
                 out.push_back(child.path);
-            } else if (S_ISDIR(child.mode) && seen.insert(child.path).second) {
+            } else if (child.type == DT_DIR && seen.insert(child.path).second) {
                 pending.push(child.path);
             }
         }
@@ -144,22 +152,21 @@ int traverseDirectory(const std::string& root, std::vector<std::string>& out) {
 
 std::vector<std::string> sortPaths(std::vector<std::string> paths) {
     PathKeys keys;
-    std::vector<SortedPath> sorted;
+    std::vector<PathKey> sorted;
     sorted.reserve(paths.size());
     for (std::string& path : paths) {
         if (lastComponentHoldsStar(path)) {
             for (const std::filesystem::path& match : expandPath(path)) {
-                sorted.push_back({keys.keyOf(match.native()), match.native()});
+                sorted.push_back(keys.keyOf(match.native()));
             }
         } else {
-            sorted.push_back({keys.keyOf(path), std::move(path)});
+            sorted.push_back(keys.keyOf(std::move(path)));
         }
     }
-    std::sort(sorted.begin(), sorted.end(),
-              [](const SortedPath& a, const SortedPath& b) { return a.key < b.key; });
+    std::sort(sorted.begin(), sorted.end());
     paths.clear();
-    for (SortedPath& entry : sorted) {
-        paths.push_back(std::move(entry.text));
+    for (PathKey& key : sorted) {
+        paths.push_back(PathKeys::pathOf(std::move(key)));
     }
     return paths;
 }

@@ -3,6 +3,18 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
+
+namespace {
+
+// Bytes count as signed in the order of paths. With the top bit turned over they do so for memcmp() too.
+void turnTopBits(std::string& text) {
+    for (char& byte : text) {
+        byte = static_cast<char>(static_cast<unsigned char>(byte) ^ 0x80U);
+    }
+}
+
+}  // namespace
 
 std::string collapseSlashes(std::string text) {
     const auto areSlashes = [](char left, char right) { return left == '/' && right == '/'; };
@@ -10,16 +22,22 @@ std::string collapseSlashes(std::string text) {
     return text;
 }
 
-std::string PathKeys::keyOf(const std::string& path) {
-    const bool isRelative = !path.empty() && path.front() != '/';
-    if (isRelative && !prefix) {
-        std::error_code ignored;
-        prefix = (std::filesystem::current_path(ignored) / "").native();
+PathKey PathKeys::keyOf(std::string path) {
+    size_t added = 0;
+    if (!path.empty() && path.front() != '/') {
+        if (!prefix) {
+            std::error_code ignored;
+            prefix = (std::filesystem::current_path(ignored) / "").native();
+        }
+        path.insert(0, *prefix);
+        added = prefix->size();
     }
-    std::string key = isRelative ? *prefix + path : path;
-    // Bytes count as signed in this order. With the top bit turned over they do so for memcmp() too.
-    for (char& byte : key) {
-        byte = static_cast<char>(static_cast<unsigned char>(byte) ^ 0x80U);
-    }
-    return key;
+    turnTopBits(path);
+    return {std::move(path), added};
+}
+
+std::string PathKeys::pathOf(PathKey key) {
+    key.bytes.erase(0, key.added);
+    turnTopBits(key.bytes);
+    return std::move(key.bytes);
 }

@@ -41,11 +41,10 @@ std::string getSM3HashValue(const std::string& input) {
         EVP_DigestFinal_ex(context.get(), digest, &length) != 1) {
         return {};
     }
-    std::string text;
-    text.reserve(2 * size_t{length});
-    for (unsigned int i = 0; i < length; ++i) {
-        text.push_back(kAlphabet[digest[i] >> 4]);
-        text.push_back(kAlphabet[digest[i] & 0xf]);
+    std::string text(2 * size_t{length}, '0');
+    for (size_t i = 0; i < length; ++i) {
+        text[2 * i] = kAlphabet[digest[i] >> 4];
+        text[2 * i + 1] = kAlphabet[digest[i] & 0xf];
     }
     return text;
 }

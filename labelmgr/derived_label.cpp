@@ -90,7 +90,7 @@ FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
 
 uint64_t LabelDeriver::packageOf(const std::string& path) {
     if (!owners && fileCount >= kFilesWorthAllOwners) {
-        owners = PackageOwners::load();
+        owners = PackageOwners::load("/");
     }
     const std::string owner = owners ? owners->owner(path) : packageOwning(path);
     return owner.empty() ? 0 : packageIdOf(store, owner);

@@ -178,7 +178,7 @@ unsigned int threadCount() {
 }
 
 // Registers this run and reads what it works on; changes from here on are brought in line at its end.
-LabelSnapshot beginScan(const std::vector<std::string>& skippedPaths) {
+LabelSnapshot beginScan(const std::string& root, const std::vector<std::string>& skippedPaths) {
     Store store = openUserValues();
     if (store.scan().status == ScanStatus::kRunning) {
         throw OperationError("process " + std::to_string(store.scan().process.id),
@@ -186,7 +186,7 @@ LabelSnapshot beginScan(const std::vector<std::string>& skippedPaths) {
     }
     Transaction transaction = store.begin();
     store.setScan({ScanStatus::kRunning, thisProcess()});
-    LabelSnapshot snapshot(store, skippedPaths);
+    LabelSnapshot snapshot(store, root, skippedPaths);
     transaction.commit();
     return snapshot;
 }
@@ -203,7 +203,7 @@ unsigned long labelWholeTree(const std::string& root, const std::vector<std::str
         throw systemError(root, ENOTDIR);
     }
     Counts counts;
-    const LabelSnapshot snapshot = beginScan(skippedPaths);
+    const LabelSnapshot snapshot = beginScan(root, skippedPaths);
     LabelVisitor visitor(snapshot, counts);
     try {
         const Progress progress(counts);

@@ -2,10 +2,11 @@
 
 #include "labelmgr/derived_label.h"
 
-LabelSnapshot::LabelSnapshot(Store& store, const std::vector<std::string>& skippedPaths)
+LabelSnapshot::LabelSnapshot(Store& store, const std::string& root,
+                             const std::vector<std::string>& skippedPaths)
     : skipped(skippedPaths.begin(), skippedPaths.end()),
       policy(Policy::load()),
-      owners(PackageOwners::load()) {
+      owners(PackageOwners::load(root)) {
     for (const Field field : kFields) {
         const auto index = static_cast<size_t>(field);
         userPatterns.at(index) = store.userPatterns(field);

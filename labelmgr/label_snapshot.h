@@ -16,12 +16,12 @@
 #include "labelmgr/store.h"
 #include "labelmgr/tree_walk.h"
 
-// Everything that labels are derived from, read at once for many threads to use: what users set, policy,
-// package ids and owners. Literal paths are found by hash, and of the patterns each directory keeps those
-// that can match in it.
+// Everything that labels below a root are derived from, read at once for many threads to use: what users set,
+// policy, package ids and owners. Literal paths are found by hash, and of the patterns each directory keeps
+// those that can match in it.
 class LabelSnapshot {
  public:
-    LabelSnapshot(Store& store, const std::vector<std::string>& skippedPaths);
+    LabelSnapshot(Store& store, const std::string& root, const std::vector<std::string>& skippedPaths);
 
     // The rules that can matter in a directory and below it.
     struct Directory : WalkState {

@@ -1,6 +1,10 @@
 #!/bin/sh
-# Builds the release preset and runs the measurements in bench/.
+# Builds the release preset with the measurements of bench/ and runs them.
 set -eu
 cd "$(dirname "$0")/.."
-scripts/build.sh release
+scripts/setup.sh
+cmake --preset release -DZORV_BENCH=ON >/dev/null
+cmake --build --preset release
 bench/show_vs_getfattr.sh build/release/bin/zorv-label-manager-tool
+bench/traverse_vs_find.sh build/release
+build/release/bin/common_bench

@@ -89,10 +89,10 @@ TEST_F(Walkers, DoAsTheTableSays) {
 -g -l @/a.conf -R | | Warning: No files matched the pattern: -R
 -g --label= | | Warning: No files matched the pattern: --label=
 -g -l @/link @/a.conf | 2 @/link\n2 @/a.conf
--H -g -l @/link @/a.conf | 3 @/link\n2 @/a.conf
+--no-dereference -g -l @/link @/a.conf | 3 @/link\n2 @/a.conf
 -g -l @/d* | 4 @/dir\n4 @/dirlink | Error: File or directory does not exist: @/dangling
 -H -g -l @/d* | 4 @/dir\n6 @/dirlink | Error: File or directory does not exist: @/dangling
--R -g -l @/dir | 4 @/dir\n5 @/dir/f
+--recursive -g -l @/dir | 4 @/dir\n5 @/dir/f
 -g -L @/dir/ | 4 @/dir/\n5 @/dir/f
 -R -g -l @/dirlink @/a.conf | 4 @/dirlink\n5 @/dirlink/f\n2 @/a.conf
 -R -H -g --dir-label @/dirlink | 6 @/dirlink\n5 @/dirlink/f

@@ -85,6 +85,7 @@ I:18446744073709551616:I:5:I | L | label deserialization failed: stoul
 I:1:I::I | L | label deserialization failed: stoul
 I:1:I:3:I | L | label deserialization failed: Invalid inherit flag value
 I:1:I:6:I | L | label deserialization failed: Invalid inherit flag value
+I:1:I:8:I | L | label deserialization failed: Invalid inherit flag value
 )";
     CapturedLog log;
     for (const std::vector<std::string>& cells : readTable(kTable, 3)) {

@@ -56,7 +56,7 @@ class LabelVisitor : public TreeVisitor {
     bool visit(const WalkEntry& entry, const WalkState& state) override {
         const auto& rules = static_cast<const LabelSnapshot::Directory&>(state);
         const bool isDirectoryItself = *entry.name == '\0';
-        mode_t mode = DTTOIF(entry.type);
+        auto mode = static_cast<mode_t>(DTTOIF(entry.type));
         if (!isDirectoryItself && (entry.type == DT_REG || entry.type == DT_UNKNOWN)) {
             struct stat status {};
             if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {

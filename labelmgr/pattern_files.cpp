@@ -1,5 +1,6 @@
 #include "labelmgr/pattern_files.h"
 
+#include <cerrno>
 #include <sys/stat.h>
 
 #include "common/wildcard.h"
@@ -45,7 +46,11 @@ class MatchCollector : public TreeVisitor {
 std::vector<std::string> collect(const std::string& root, const std::string& pattern) {
     MatchCollector collector(pattern);
     struct stat status {};
-    if (lstat(root.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+    if (lstat(root.c_str(), &status) != 0) {
+        if (errno != ENOENT && errno != ENOTDIR) {
+            throw systemError(root);
+        }
+    } else if (S_ISDIR(status.st_mode)) {
         TreeWalk(collector, 1).run(root, std::make_shared<WalkState>());
     }
     return collector.matches;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
@@ -64,6 +65,10 @@ std::string StateDirectory::configured() {
     return configuredPath("ZORV_LABEL_STATE_DIR", kDefaultDirectory);
 }
 
+bool StateDirectory::isLock(const char* fileName) {
+    return std::strcmp(fileName, kLockName) == 0;
+}
+
 std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
     const std::string path = configured();
     UniqueFd descriptor = openDirectory(path);
@@ -104,6 +109,14 @@ std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
     }
     requireTrusted(file, status.st_uid, status.st_mode);
     return file;
+}
+
+std::optional<StateDirectory::FileIdentity> StateDirectory::databaseIdentity() const {
+    struct stat status {};
+    if (fstatat(descriptor.get(), kDatabaseName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity(status.st_dev, status.st_ino);
 }
 
 UniqueFd StateDirectory::lockForWriting(std::chrono::steady_clock::time_point deadline) const {

@@ -11,25 +11,27 @@ constexpr std::chrono::seconds kBusyTimeout{10};
 constexpr int64_t kSchemaVersion = 1;
 
 // Targets, names and messages are bytes. An order is never used twice, so that "set last" outlives deletions.
-constexpr const char* kSchema[] = {
-    "CREATE TABLE user_value("
-    " set_order INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL,"
-    " UNIQUE(field, is_pattern, target)) STRICT",
-    "CREATE TABLE pending_change("
-    " id INTEGER PRIMARY KEY, operation BLOB NOT NULL,"
-    " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " previous_order INTEGER NOT NULL,"  // 0: there was no value
-    " package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT",
-    "CREATE TABLE package_id(name BLOB PRIMARY KEY, id INTEGER NOT NULL) STRICT, WITHOUT ROWID",
-    "CREATE TABLE change_feed(sequence INTEGER PRIMARY KEY AUTOINCREMENT, message BLOB NOT NULL) STRICT",
-    // One row at most: the last labelling of the whole system.
-    "CREATE TABLE scan(state INTEGER NOT NULL, process INTEGER NOT NULL, start_time INTEGER NOT NULL) STRICT",
-    // What was changed while it ran.
-    "CREATE TABLE scan_change(field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " UNIQUE(field, is_pattern, target)) STRICT",
-};
+constexpr const char* kSchema = R"(
+CREATE TABLE user_value(
+    set_order INTEGER PRIMARY KEY AUTOINCREMENT,
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL,
+    UNIQUE(field, is_pattern, target)) STRICT;
+CREATE TABLE pending_change(
+    id INTEGER PRIMARY KEY, operation BLOB NOT NULL,
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    previous_order INTEGER NOT NULL,  -- 0: there was no value
+    package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT;
+CREATE TABLE package_id(name BLOB PRIMARY KEY, id INTEGER NOT NULL) STRICT, WITHOUT ROWID;
+CREATE TABLE change_feed(sequence INTEGER PRIMARY KEY AUTOINCREMENT, message BLOB NOT NULL) STRICT;
+-- One row at most: the last labelling of the whole system.
+CREATE TABLE scan(state INTEGER NOT NULL, process INTEGER NOT NULL, start_time INTEGER NOT NULL) STRICT;
+-- What was changed while it ran.
+CREATE TABLE scan_change(
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    UNIQUE(field, is_pattern, target)) STRICT;
+PRAGMA user_version = 1;
+)";
 
 int64_t toStored(uint64_t number) {
     return static_cast<int64_t>(number);
@@ -132,10 +134,7 @@ void Store::createSchema() {
     }
     database.execute("PRAGMA journal_mode = WAL");
     Transaction transaction = begin();
-    for (const char* table : kSchema) {
-        database.execute(table);
-    }
-    database.execute("PRAGMA user_version = 1");
+    database.executeAll(kSchema);
     transaction.commit();
 }
 

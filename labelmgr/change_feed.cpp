@@ -23,8 +23,8 @@ bool takeNotifications(int notifications) {
     while ((size = read(notifications, buffer.data(), buffer.size())) > 0) {
         for (const char* next = buffer.data(); next < buffer.data() + size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(next);
-            const bool isOverflow = (event->mask & IN_Q_OVERFLOW) != 0;
-            hasWriter = hasWriter || isOverflow || (event->len > 0 && StateDirectory::isLock(event->name));
+            const bool isUnsure = (event->mask & (IN_Q_OVERFLOW | IN_IGNORED)) != 0;
+            hasWriter = hasWriter || isUnsure || (event->len > 0 && StateDirectory::isLock(event->name));
             next += sizeof(inotify_event) + event->len;
         }
     }

@@ -7,6 +7,7 @@
 #include "labelmgr/operation_error.h"
 #include "labelmgr/pattern_rules.h"
 #include "labelmgr/tree_walk.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -14,14 +15,9 @@ class MatchCollector : public TreeVisitor {
  public:
     explicit MatchCollector(const std::string& pattern) : rule{pattern, true} {}
 
-    // A directory that can hold no match is not opened, and may be one itself.
     std::shared_ptr<const WalkState> enter(const std::string& path,
                                            const std::shared_ptr<const WalkState>& parent) override {
-        if (rule.canMatchBelow(path + "/")) {
-            return parent;
-        }
-        collect(path);
-        return nullptr;
+        return rule.canMatchFrom(path + "/") ? parent : nullptr;
     }
 
     bool visit(const WalkEntry& entry, const WalkState& /*state*/) override {
@@ -29,7 +25,9 @@ class MatchCollector : public TreeVisitor {
         return false;
     }
 
-    void fail(const std::string& path, int reason) override { throw systemError(path, reason); }
+    void fail(const std::string& path, int reason) override {
+        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+    }
 
     std::vector<std::string> matches;
 

@@ -41,6 +41,10 @@ class StateDirectory {
     // Keeps writers out, beside any number of readers. Writes nothing.
     UniqueFd lockForReading(std::chrono::steady_clock::time_point deadline) const;
 
+    // The lock that a labelling of the whole system holds as long as it runs; nothing when another one does.
+    std::optional<UniqueFd> lockForScan() const;
+    bool isScanLocked() const;
+
     // Whether the database has a journal beside it that is part of its contents.
     bool hasJournal() const;
 

@@ -73,8 +73,8 @@ std::map<std::string, uint64_t> listedTids() {
     return listed;
 }
 
-// Functions in processes of their own, all at once; true when all of them answer 0.
-bool runTogether(const std::vector<std::function<int()>>& bodies) {
+// Functions in processes of their own, all at once. Started by the only thread of this process.
+std::vector<pid_t> startTogether(const std::vector<std::function<int()>>& bodies) {
     std::vector<pid_t> children;
     for (const auto& body : bodies) {
         const pid_t child = fork();
@@ -83,6 +83,11 @@ bool runTogether(const std::vector<std::function<int()>>& bodies) {
         }
         children.push_back(child);
     }
+    return children;
+}
+
+// True when all of them answered 0.
+bool succeedTogether(const std::vector<pid_t>& children) {
     bool succeeded = true;
     for (const pid_t child : children) {
         int status = 0;
@@ -180,7 +185,7 @@ TEST(Manager, LosesNothingBetweenProcesses) {
         }
         return failures;
     };
-    EXPECT_TRUE(runTogether({setTids, setFlags}));
+    EXPECT_TRUE(succeedTogether(startTogether({setTids, setFlags})));
     uint32_t flag = 9;
     EXPECT_EQ(tidOf(file), 500U);
     EXPECT_EQ(getFileInheritFlag(file.c_str(), &flag), 0);
@@ -205,7 +210,7 @@ TEST(Manager, DeliversEveryChangeOnceAndInOrder) {
             return failures;
         });
     }
-    std::thread together([&writers] { EXPECT_TRUE(runTogether(writers)); });
+    const std::vector<pid_t> children = startTogether(writers);
     std::map<std::string, uint32_t> last;
     for (uint32_t i = 0; i < kWriters * kChanges; ++i) {
         char* message = nullptr;
@@ -216,7 +221,7 @@ TEST(Manager, DeliversEveryChangeOnceAndInOrder) {
         EXPECT_EQ(words[1], "set_tid");
         EXPECT_EQ(std::stoul(words[3], nullptr, 16), ++last[words[2]]) << words[2];
     }
-    together.join();
+    EXPECT_TRUE(succeedTogether(children));
     EXPECT_EQ(last.size(), size_t{kWriters});
     EXPECT_EQ(last.begin()->first, tree.path("a\\040b\\0120"));
 

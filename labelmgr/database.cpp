@@ -105,8 +105,13 @@ void Statement::check(int result) const {
     }
 }
 
-Database::Database(const std::string& databasePath, Mode mode, Clock::time_point deadline)
-    : path(databasePath), lockDeadline(std::make_unique<Clock::time_point>(deadline)) {
+Database::Database(const std::string& databasePath, Mode openMode, Clock::time_point deadline)
+    : path(databasePath), mode(openMode), lockDeadline(std::make_unique<Clock::time_point>(deadline)) {
+    reopen();
+}
+
+void Database::reopen() {
+    handle.reset();
     sqlite3* database = nullptr;
     const bool immutable = mode == Mode::kImmutable;
     const std::string name = immutable ? asImmutableUri(path) : path;

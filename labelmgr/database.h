@@ -50,7 +50,10 @@ class Database {
 
     // Opens an existing file. Waits for other processes' locks until `deadline`, over all statements
     // together.
-    Database(const std::string& databasePath, Mode mode, Clock::time_point deadline);
+    Database(const std::string& databasePath, Mode openMode, Clock::time_point deadline);
+
+    // Closes and opens it again, with the same deadline.
+    void reopen();
 
     Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
     void execute(const char* sql) { prepare(sql).run(); }
@@ -64,6 +67,7 @@ class Database {
     };
 
     std::string path;
+    Mode mode;
     std::unique_ptr<Clock::time_point> lockDeadline;  // at an address that stays, for the busy handler
     std::unique_ptr<sqlite3, Closer> handle;
 };

@@ -1,7 +1,6 @@
 #include "labelmgr/derived_label.h"
 
 #include <cerrno>
-#include <sys/stat.h>
 
 #include "common/sm3_hash.h"
 #include "labelmgr/operation_error.h"
@@ -10,19 +9,16 @@ namespace {
 
 constexpr size_t kFilesWorthAllOwners = 4;
 
-bool isExecutable(const struct stat& status) {
-    return S_ISREG(status.st_mode) && (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
-}
-
-struct stat statusOf(const std::string& path) {
+mode_t modeOf(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
-        if (errno == ENOENT || errno == ENOTDIR) {
-            throw FileGone(path, std::strerror(errno));
-        }
-        throw systemError(path);
+        throwFileError(path, errno);
     }
-    return status;
+    return status.st_mode;
+}
+
+bool isExecutableFile(mode_t mode) {
+    return S_ISREG(mode) && (mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
 }
 
 }  // namespace
@@ -31,39 +27,78 @@ uint64_t packageIdOfName(const std::string& name) {
     return getSM3HashLast64Bits(name);
 }
 
-uint64_t packageIdOf(Store& store, const std::string& name) {
-    const std::optional<uint64_t> set = store.packageId(name);
+uint64_t packageIdOf(Store* store, const std::string& name) {
+    const std::optional<uint64_t> set = store != nullptr ? store->packageId(name) : std::nullopt;
     return set ? *set : packageIdOfName(name);
 }
 
+Label initialLabel(const std::string& path, mode_t mode, uint64_t package) {
+    Label label;
+    label.oid_.pkg_ = package;
+    label.oid_.file_ = S_ISDIR(mode) ? 0 : getSM3HashLast64Bits(path.substr(path.rfind('/') + 1));
+    label.oid_.path_ = getSM3HashLast64Bits(path);
+    if (isExecutableFile(mode)) {
+        label.sid_ = label.oid_;
+    }
+    return label;
+}
+
 FieldValue LabelDeriver::value(Field field, const std::string& path) {
-    const std::optional<UserValue> set = store.userValue({field, false, path});
-    return set ? set->value : byPolicy(field, path);
+    const std::optional<FieldValue> set = userValue(field, path);
+    return set ? *set : byPolicy(field, path);
+}
+
+Label LabelDeriver::label(const std::string& path, UserValues userValues) {
+    Label label = initialLabel(path, modeOf(path), packageOf(path));
+    label.tid_ = currentPolicy().tid(path);
+    label.inheritFlag_ = currentPolicy().inheritFlag(path);
+    if (userValues == UserValues::kObserve) {
+        for (const Field field : kFields) {
+            if (const std::optional<FieldValue> set = userValue(field, path)) {
+                setField(label, field, *set);
+            }
+        }
+    }
+    return label;
+}
+
+std::optional<FieldValue> LabelDeriver::userValue(Field field, const std::string& path) {
+    if (store == nullptr) {
+        return std::nullopt;
+    }
+    if (const std::optional<UserValue> exact = store->userValue({field, false, path})) {
+        return exact->value;
+    }
+    auto& rules = patterns.at(static_cast<size_t>(field));
+    if (!rules) {
+        rules = store->userPatterns(field);
+    }
+    const FieldValue* value = firstMatch(allOf(*rules), path);
+    return value != nullptr ? std::optional(*value) : std::nullopt;
 }
 
 FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
-    const struct stat status = statusOf(path);
+    const mode_t mode = modeOf(path);
     if (field == Field::kTid || field == Field::kInheritFlag) {
-        if (!policy) {
-            policy = Policy::load();
-        }
-        return {field == Field::kTid ? policy->tid(path) : policy->inheritFlag(path), 0, 0};
+        return {field == Field::kTid ? currentPolicy().tid(path) : currentPolicy().inheritFlag(path), 0, 0};
     }
-    if (field == Field::kSid && !isExecutable(status)) {
+    if (field == Field::kSid && !isExecutableFile(mode)) {
         return {};
     }
-    const std::string owner = ownerOf(path);
-    const std::string name = path.substr(path.rfind('/') + 1);
-    return {owner.empty() ? 0 : packageIdOf(store, owner),
-            S_ISDIR(status.st_mode) ? 0 : getSM3HashLast64Bits(name), getSM3HashLast64Bits(path)};
+    return fieldOf(initialLabel(path, mode, packageOf(path)), field);
 }
 
-std::string LabelDeriver::ownerOf(const std::string& path) {
-    if (fileCount < kFilesWorthAllOwners) {
-        return packageOwning(path);
+uint64_t LabelDeriver::packageOf(const std::string& path) {
+    if (!owners && fileCount >= kFilesWorthAllOwners) {
+        owners = PackageOwners::load("/");
     }
-    if (!owners) {
-        owners = PackageOwners::load();
+    const std::string owner = owners ? owners->owner(path) : packageOwning(path);
+    return owner.empty() ? 0 : packageIdOf(store, owner);
+}
+
+const Policy& LabelDeriver::currentPolicy() {
+    if (!policy) {
+        policy = Policy::load();
     }
-    return owners->owner(path);
+    return *policy;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 
 #include "labelmgr/field.h"
 #include "labelmgr/packages.h"
@@ -11,24 +13,36 @@
 
 // The id of a package that has none from a user.
 uint64_t packageIdOfName(const std::string& name);
-// The user-set id of the name, else packageIdOfName.
-uint64_t packageIdOf(Store& store, const std::string& name);
+// The user-set id of the name, else packageIdOfName. Without a store nothing is user-set.
+uint64_t packageIdOf(Store* store, const std::string& name);
 
-// Works out what the fields of files should be: what users set, else policy and the package database. Policy
-// is read once, owners one by one or, for many files, all at once. Throws OperationError, FileGone for a file
-// that is not there.
+// The identifiers of a file's label by policy alone: those of a path, its last component and its owner's
+// package id (0: no owner). A directory has no file part, and only an executable file is a subject.
+Label initialLabel(const std::string& path, mode_t mode, uint64_t package);
+
+enum class UserValues { kObserve, kIgnore };
+
+// Works out what the labels of single files should be: what users set for the path, else for the pattern that
+// was set last and matches it, else policy and the package database. Policy is read once, owners one by one
+// or, for many files, all at once. Without a store nothing is user-set. Throws OperationError, FileGone for a
+// file that is not there.
 class LabelDeriver {
  public:
-    LabelDeriver(Store& forStore, size_t expectedFiles) : store(forStore), fileCount(expectedFiles) {}
+    LabelDeriver(Store* storeIfAny, size_t expectedFiles) : store(storeIfAny), fileCount(expectedFiles) {}
 
     FieldValue value(Field field, const std::string& path);
+    Label label(const std::string& path, UserValues userValues);
+    // The id of the package that owns a path, which need not exist; 0 when none does.
+    uint64_t packageOf(const std::string& path);
 
  private:
+    std::optional<FieldValue> userValue(Field field, const std::string& path);
     FieldValue byPolicy(Field field, const std::string& path);
-    std::string ownerOf(const std::string& path);
+    const Policy& currentPolicy();
 
-    Store& store;
+    Store* store;
     size_t fileCount;
+    std::array<std::optional<PatternRules<FieldValue>>, 4> patterns;
     std::optional<Policy> policy;
     std::optional<PackageOwners> owners;
 };

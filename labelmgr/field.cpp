@@ -46,7 +46,7 @@ void setField(Label& label, Field field, const FieldValue& value) {
 }
 
 const char* nameOf(Field field) {
-    constexpr std::array<const char*, 4> kNames = {"oid", "sid", "tid", "inherit_flag"};
+    constexpr std::array<const char*, 5> kNames = {"oid", "sid", "tid", "inherit_flag", "label"};
     return kNames.at(static_cast<size_t>(field));
 }
 

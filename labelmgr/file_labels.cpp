@@ -13,13 +13,6 @@ namespace {
 
 constexpr const char* kAttributeName = "security.zorv";
 
-[[noreturn]] void throwFileError(const std::string& path, int reason) {
-    if (reason == ENOENT || reason == ENOTDIR) {
-        throw FileGone(path, std::strerror(reason));
-    }
-    throw systemError(path, reason);
-}
-
 }  // namespace
 
 std::string canonicalPath(const char* path) {

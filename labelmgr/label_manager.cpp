@@ -3,14 +3,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <unistd.h>
 
-#include "common/sm3_hash.h"
+#include "common/wildcard.h"
+#include "labelmgr/change_feed.h"
 #include "labelmgr/derived_label.h"
 #include "labelmgr/field.h"
 #include "labelmgr/file_labels.h"
+#include "labelmgr/full_scan.h"
+#include "labelmgr/lookups.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/packages.h"
+#include "labelmgr/policy_items.h"
 #include "labelmgr/user_values.h"
 #include "log/logger.h"
 
@@ -30,25 +35,28 @@ int statusOf(const char* operation, Work work) {
     }
 }
 
-void requireNoPattern(const char* text, int patternMatch) {
-    if (patternMatch != 0) {
-        throw OperationError(text, "patterns are not supported");
+// What an argument names: the file with its links resolved, or the pattern as it stands.
+Target targetOf(Field field, const char* text, int patternMatch, std::string (*resolve)(const char*)) {
+    if (patternMatch == 0) {
+        return {field, false, resolve(text)};
     }
+    if (*text != '/' || !isPatternSafe(text)) {
+        throw OperationError(text, "not a safe absolute pattern");
+    }
+    return {field, true, text};
 }
 
 int setFileField(const char* operation, Field field, const char* path, int patternMatch,
                  const FieldValue& value) {
     return statusOf(operation, [&] {
-        requireNoPattern(path, patternMatch);
-        setUserValue(field, canonicalPath(path), value);
+        setUserValue(targetOf(field, path, patternMatch, canonicalPath), value);
         return 0;
     });
 }
 
 int deleteFileField(const char* operation, Field field, const char* path, int patternMatch) {
     return statusOf(operation, [&] {
-        requireNoPattern(path, patternMatch);
-        deleteUserValue(field, canonicalPathOfRecord(path));
+        deleteUserValue(targetOf(field, path, patternMatch, canonicalPathOfRecord));
         return 0;
     });
 }
@@ -134,16 +142,25 @@ int showFileField(const char* operation, Field field, UserSetRecord** records) {
 int queryFileField(const char* operation, Field field, const char* path, UserSetRecord** records,
                    int patternMatch) {
     return statusOf(operation, [&] {
-        requireNoPattern(path, patternMatch);
-        const Target target{field, false, canonicalPathOfRecord(path)};
+        const Target target = targetOf(field, path, patternMatch, canonicalPathOfRecord);
         std::optional<Store> store = readUserValues();
-        const std::optional<UserValue> value = store ? store->userValue(target) : std::nullopt;
-        std::vector<std::pair<Target, UserValue>> found;
-        if (value) {
-            found.emplace_back(target, *value);
-        }
-        return answerRecords(found, records, fillUserValue);
+        return store ? answerRecords(findUserValues(*store, target), records, fillUserValue) : 0;
     });
+}
+
+char* newText(const std::string& text) {
+    char* copy = strdup(text.c_str());
+    if (copy == nullptr) {
+        throw std::bad_alloc();
+    }
+    return copy;
+}
+
+Subscriber& subscriberOf(void* handle) {
+    if (handle == nullptr) {
+        throw OperationError("no subscriber");
+    }
+    return *static_cast<Subscriber*>(handle);
 }
 
 std::string hexadecimal(uint64_t number) {
@@ -152,8 +169,20 @@ std::string hexadecimal(uint64_t number) {
     return id.toString().substr(0, 16);
 }
 
-int notSupported(const char* operation) {
-    return statusOf(operation, []() -> int { throw OperationError("not supported"); });
+std::string labelTextOf(const char* operation, const std::string& path, UserValues userValues) {
+    std::string text;
+    statusOf(operation, [&] {
+        text = restoreLabel(canonicalPath(path.c_str()), userValues);
+        return 0;
+    });
+    return text;
+}
+
+int lookUp(const char* operation, const char* name, uint64_t* oid, uint64_t (*oidOf)(const std::string&)) {
+    return statusOf(operation, [&] {
+        *oid = oidOf(name);
+        return 0;
+    });
 }
 
 }  // namespace
@@ -245,13 +274,13 @@ char* getPkgNameById(uint64_t id) {
         for (const PackageId& set : store ? store->packageIds() : std::vector<PackageId>()) {
             ids.emplace(set.name, set.id);
             if (set.id == id) {
-                answer = strdup(set.name.c_str());
+                answer = newText(set.name);
                 return 0;
             }
         }
         for (const std::string& name : installedPackages()) {
             if (ids.count(name) == 0 && packageIdOfName(name) == id) {
-                answer = strdup(name.c_str());
+                answer = newText(name);
                 return 0;
             }
         }
@@ -314,44 +343,57 @@ int showUserSetPkgId(UserSetRecord** records) {
 }
 
 int getLabelSetStatus() {
-    return notSupported(__func__);
+    return statusOf(__func__, wholeTreeStatus);
 }
 
-int getKernelModuleOid(const char* /*name*/, uint64_t* /*oid*/) {
-    return notSupported(__func__);
+int getKernelModuleOid(const char* name, uint64_t* oid) {
+    return lookUp(__func__, name, oid, kernelModuleOid);
 }
 
-int getDeviceOid(const char* /*name*/, uint64_t* /*oid*/) {
-    return notSupported(__func__);
+int getDeviceOid(const char* name, uint64_t* oid) {
+    return lookUp(__func__, name, oid, deviceOid);
 }
 
+// The handle lives as long as the process.
 void* createSubscriber() {
-    return nullptr;
+    return new (std::nothrow) Subscriber;
 }
 
-int recvLabelChangeMsg(void* /*subscriber*/, char** /*message*/) {
-    return notSupported(__func__);
+int subscribeLabelChangeMsg(void* subscriber, const std::string& topic) {
+    return statusOf(__func__, [&] {
+        subscriberOf(subscriber).subscribe(topic);
+        return 0;
+    });
 }
 
-int subscribeLabelChangeMsg(void* /*subscriber*/, const std::string& /*topic*/) {
-    return notSupported(__func__);
+int recvLabelChangeMsg(void* subscriber, char** message) {
+    return statusOf(__func__, [&] {
+        *message = newText(subscriberOf(subscriber).receive());
+        return 0;
+    });
 }
 
-std::string restoreSingleFileLabel(const std::string& /*path*/) {
-    notSupported(__func__);
-    return {};
+std::string restoreSingleFileLabel(const std::string& path) {
+    return labelTextOf(__func__, path, UserValues::kObserve);
 }
 
-std::string restoreSingleFileInitLabel(const std::string& /*path*/) {
-    notSupported(__func__);
-    return {};
+std::string restoreSingleFileInitLabel(const std::string& path) {
+    return labelTextOf(__func__, path, UserValues::kIgnore);
 }
 
-int addTagFullSystem(const char* /*root*/, const std::vector<std::string>& /*skip*/) {
-    return notSupported(__func__);
+int addTagFullSystem(const char* root, const std::vector<std::string>& skip) {
+    return statusOf(__func__, [&] {
+        std::vector<std::string> skipped;
+        for (const std::string& path : skip) {
+            skipped.push_back(canonicalPathOfRecord(path.c_str()));
+        }
+        return labelWholeTree(canonicalPath(root), skipped) == 0 ? 0 : kFailed;
+    });
 }
 
-int policies_parse(const std::map<std::string, std::vector<std::string>>& /*policies*/,
-                   std::map<std::string, std::map<std::string, std::vector<ZORV_ID>>>& /*result*/) {
-    return notSupported(__func__);
+int policies_parse(const PolicyTexts& policies, PolicyIds& result) {
+    return statusOf(__func__, [&] {
+        result = parsePolicies(policies);
+        return 0;
+    });
 }

@@ -25,6 +25,14 @@ class FileGone : public OperationError {
     using OperationError::OperationError;
 };
 
+// The same for a call on a file, with the case that it is gone told apart.
+[[noreturn]] inline void throwFileError(const std::string& path, int reason) {
+    if (reason == ENOENT || reason == ENOTDIR) {
+        throw FileGone(path, std::strerror(reason));
+    }
+    throw systemError(path, reason);
+}
+
 // The store cannot be opened as its journal needs it: the disk is full, the file system read-only or failing.
 class StoreUnwritable : public OperationError {
  public:

@@ -26,7 +26,7 @@ constexpr PackageDatabase kDpkg = {
     R"(dpkg-query -W -f '${db:Status-Status}\n' -- "$1" 2>/dev/null || [ $? -eq 1 ])",
     R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null | sed -n 's/^installed //p')",
     R"(dpkg-query -S -- "$2" 2>/dev/null || [ $? -eq 1 ])",
-    R"(dpkg-query -W -f ' ${Package}\n${db-fsys:Files}' 2>/dev/null | sed 's/^ \//\//')",
+    R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null)",
 };
 
 constexpr PackageDatabase kRpm = {
@@ -34,7 +34,7 @@ constexpr PackageDatabase kRpm = {
     R"(rpm -q --qf 'installed\n' -- "$1" >/dev/null 2>&1 && echo installed || :)",
     R"(rpm -qa --qf '%{NAME}\n' 2>/dev/null)",
     R"(out=$(rpm -qf --qf '%{NAME}:\n' -- "$1" 2>/dev/null) && printf '%s\n' "$out" || :)",
-    R"(rpm -qa --qf ' %{NAME}\n[%{FILENAMES}\n]' 2>/dev/null)",
+    R"(rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null)",
 };
 
 const PackageDatabase* packageDatabase() {
@@ -83,6 +83,15 @@ std::string nameBeforeMerge(const std::string& path) {
     const std::string rest = path.substr(kUsr.size());
     const std::string_view first = std::string_view(rest).substr(0, rest.find('/', 1));
     return std::find(kMerged.begin(), kMerged.end(), first) != kMerged.end() ? rest : std::string();
+}
+
+// Empty stays empty.
+std::string withSlash(const std::string& path) {
+    return path.empty() || path.back() == '/' ? path : path + "/";
+}
+
+bool isAtOrBelow(const std::string& path, const std::string& prefix) {
+    return !prefix.empty() && (path.rfind(prefix, 0) == 0 || path + "/" == prefix);
 }
 
 // "a, b:arch: /path" names the owners a and b; dpkg's own remarks about diversions name nobody.
@@ -137,12 +146,14 @@ std::string packageOwning(const std::string& path) {
     return {};
 }
 
-PackageOwners PackageOwners::load() {
+PackageOwners PackageOwners::load(const std::string& root) {
     PackageOwners owners;
     const PackageDatabase* database = packageDatabase();
     if (database == nullptr) {
         return owners;
     }
+    const std::string prefix = withSlash(root);
+    const std::string prefixBeforeMerge = withSlash(nameBeforeMerge(root));
     std::string package;
     std::string line;
     for (const std::string& piece : ask(database->listFiles, {})) {
@@ -150,10 +161,13 @@ PackageOwners PackageOwners::load() {
         if (piece.size() == kPieceLength) {
             continue;
         }
-        if (line.rfind(' ', 0) == 0) {
+        if (line.rfind('\t', 0) == 0) {
             package = line.substr(1);
-        } else if (line.rfind('/', 0) == 0) {
-            owners.add(line, package);
+        } else if (line.rfind(" /", 0) == 0) {
+            line.erase(0, 1);
+            if (isAtOrBelow(line, prefix) || isAtOrBelow(line, prefixBeforeMerge)) {
+                owners.add(line, package);
+            }
         }
         line.clear();
     }
@@ -168,11 +182,12 @@ void PackageOwners::add(const std::string& path, const std::string& package) {
 }
 
 std::string PackageOwners::owner(const std::string& path) const {
-    for (const std::string& name : {path, nameBeforeMerge(path)}) {
-        const auto found = owners.find(name);
-        if (found != owners.end()) {
-            return found->second;
-        }
+    if (owners.empty()) {
+        return {};
     }
-    return {};
+    auto found = owners.find(path);
+    if (found == owners.end()) {
+        found = owners.find(nameBeforeMerge(path));
+    }
+    return found != owners.end() ? found->second : std::string();
 }

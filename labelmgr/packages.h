@@ -15,10 +15,10 @@ std::vector<std::string> installedPackages();
 // The owner of one path; empty when no package owns it.
 std::string packageOwning(const std::string& path);
 
-// Every path that a package owns, with its owner: one question for many look-ups.
+// Every path at or below a root that a package owns, with its owner: one question for many look-ups.
 class PackageOwners {
  public:
-    static PackageOwners load();
+    static PackageOwners load(const std::string& root);
     std::string owner(const std::string& path) const;
 
  private:

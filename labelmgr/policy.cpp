@@ -8,7 +8,6 @@
 #include <unordered_map>
 
 #include "common/config_file.h"
-#include "common/wildcard.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/state_directory.h"
 #include "log/logger.h"
@@ -55,10 +54,9 @@ bool holdsBefore(const std::string& left, const std::string& right) {
     return left.size() != right.size() ? left.size() > right.size() : left < right;
 }
 
-template <typename Rules>
-Rules readRules(const std::string& path, const char* name, const Section& section,
-                bool (*isValid)(uint32_t)) {
-    Rules rules;
+PatternRules<uint32_t> readRules(const std::string& path, const char* name, const Section& section,
+                                 bool (*isValid)(uint32_t)) {
+    PatternRules<uint32_t> rules;
     for (const auto& [pattern, text] : section) {
         const std::optional<uint32_t> value = parseHexadecimal(text);
         if (value && isValid(*value)) {
@@ -72,6 +70,11 @@ Rules readRules(const std::string& path, const char* name, const Section& sectio
     return rules;
 }
 
+uint32_t valueFor(const PatternRules<uint32_t>& rules, const std::string& path) {
+    const uint32_t* value = firstMatch(allOf(rules), path);
+    return value != nullptr ? *value : 0;
+}
+
 }  // namespace
 
 Policy Policy::load() {
@@ -81,16 +84,18 @@ Policy Policy::load() {
         return policy;
     }
     auto sections = parseConfig(path);
-    policy.tids = readRules<Rules>(path, "tid", sections["tid"], isAnyTid);
-    policy.inheritFlags = readRules<Rules>(path, "inherit_flag", sections["inherit_flag"], isInheritFlag);
+    policy.tids = readRules(path, "tid", sections["tid"], isAnyTid);
+    policy.inheritFlags = readRules(path, "inherit_flag", sections["inherit_flag"], isInheritFlag);
     for (const auto& [pattern, ignored] : sections["exclude"]) {
-        policy.excluded.push_back(pattern);
+        policy.excluded.push_back({pattern, 0});
     }
     return policy;
 }
 
-uint32_t Policy::valueFor(const Rules& rules, const std::string& path) {
-    const auto rule = std::find_if(rules.begin(), rules.end(),
-                                   [&path](const Rule& each) { return matchesPattern(each.pattern, path); });
-    return rule != rules.end() ? rule->value : 0;
+uint32_t Policy::tid(const std::string& path) const {
+    return valueFor(tids, path);
+}
+
+uint32_t Policy::inheritFlag(const std::string& path) const {
+    return valueFor(inheritFlags, path);
 }

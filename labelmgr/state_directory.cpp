@@ -60,8 +60,12 @@ void requireTrusted(const std::string& path, unsigned int owner, unsigned int mo
     }
 }
 
+std::string StateDirectory::configured() {
+    return configuredPath("ZORV_LABEL_STATE_DIR", kDefaultDirectory);
+}
+
 std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
-    const std::string path = configuredPath("ZORV_LABEL_STATE_DIR", kDefaultDirectory);
+    const std::string path = configured();
     UniqueFd descriptor = openDirectory(path);
     if (!descriptor && errno == ENOENT) {
         if (ifMissing == IfMissing::kAnswerNothing) {

@@ -19,6 +19,8 @@ class StateDirectory {
  public:
     enum class IfMissing { kAnswerNothing, kCreate };
 
+    static std::string configured();
+
     // Opens it. Nothing when it is not there and is not to be created; OperationError when it cannot be used.
     static std::optional<StateDirectory> open(IfMissing ifMissing);
 

@@ -24,6 +24,11 @@ constexpr const char* kSchema[] = {
     " package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT",
     "CREATE TABLE package_id(name BLOB PRIMARY KEY, id INTEGER NOT NULL) STRICT, WITHOUT ROWID",
     "CREATE TABLE change_feed(sequence INTEGER PRIMARY KEY AUTOINCREMENT, message BLOB NOT NULL) STRICT",
+    // One row at most: the last labelling of the whole system.
+    "CREATE TABLE scan(state INTEGER NOT NULL, process INTEGER NOT NULL, start_time INTEGER NOT NULL) STRICT",
+    // What was changed while it ran.
+    "CREATE TABLE scan_change(field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
+    " UNIQUE(field, is_pattern, target)) STRICT",
 };
 
 int64_t toStored(uint64_t number) {
@@ -157,6 +162,18 @@ std::vector<std::pair<Target, UserValue>> Store::userValues(Field field) {
     return values;
 }
 
+PatternRules<FieldValue> Store::userPatterns(Field field) {
+    Statement statement = database.prepare(
+        "SELECT target, set_order, package, file, path FROM user_value WHERE field = ? AND is_pattern = 1"
+        " ORDER BY set_order DESC");
+    statement.bind(static_cast<int64_t>(field));
+    PatternRules<FieldValue> rules;
+    while (statement.step()) {
+        rules.push_back({statement.bytes(0), readUserValue(statement, 1).value});
+    }
+    return rules;
+}
+
 void Store::setUserValue(const Target& target, const FieldValue& value) {
     Statement statement = database.prepare(
         "INSERT OR REPLACE INTO user_value(field, is_pattern, target, package, file, path) VALUES(?, ?, ?, "
@@ -206,6 +223,61 @@ void Store::addPendingChange(const PendingChange& change) {
     const UserValue previous = change.previous.value_or(UserValue{});
     statement.bind(change.operation);
     bindValue(bindTarget(statement, change.target), previous.value).bind(previous.order).run();
+
+    Statement scan = database.prepare(
+        "INSERT OR IGNORE INTO scan_change(field, is_pattern, target)"
+        " SELECT ?, ?, ? WHERE EXISTS(SELECT 1 FROM scan WHERE state = 1)");
+    bindTarget(scan, change.target).run();
+}
+
+ScanState Store::scan() {
+    Statement statement = database.prepare("SELECT state, process, start_time FROM scan");
+    ScanState scan;
+    if (statement.step()) {
+        scan.status = static_cast<ScanStatus>(statement.integer(0));
+        scan.process = {statement.integer(1), statement.integer(2)};
+    }
+    return scan;
+}
+
+void Store::setScan(const ScanState& scan) {
+    database.execute("DELETE FROM scan");
+    database.execute("DELETE FROM scan_change");
+    database.prepare("INSERT INTO scan(state, process, start_time) VALUES(?, ?, ?)")
+        .bind(static_cast<int64_t>(scan.status))
+        .bind(scan.process.id)
+        .bind(scan.process.startTime)
+        .run();
+}
+
+std::vector<Target> Store::changesDuringScan() {
+    Statement statement =
+        database.prepare("SELECT field, is_pattern, target FROM scan_change ORDER BY rowid");
+    std::vector<Target> targets;
+    while (statement.step()) {
+        targets.push_back(
+            {static_cast<Field>(statement.integer(0)), statement.integer(1) != 0, statement.bytes(2)});
+    }
+    return targets;
+}
+
+int64_t Store::lastMessage() {
+    return database.number("SELECT max(sequence) FROM change_feed");
+}
+
+int64_t Store::firstMessage() {
+    return database.number("SELECT min(sequence) FROM change_feed");
+}
+
+std::vector<FeedMessage> Store::messagesAfter(int64_t sequence, size_t most) {
+    Statement statement = database.prepare(
+        "SELECT sequence, message FROM change_feed WHERE sequence > ? ORDER BY sequence LIMIT ?");
+    statement.bind(sequence).bind(static_cast<int64_t>(most));
+    std::vector<FeedMessage> messages;
+    while (statement.step()) {
+        messages.push_back({statement.integer(0), statement.bytes(1)});
+    }
+    return messages;
 }
 
 void Store::dropPendingChanges() {

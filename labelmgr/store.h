@@ -7,6 +7,7 @@
 
 #include "labelmgr/database.h"
 #include "labelmgr/field.h"
+#include "labelmgr/pattern_rules.h"
 #include "labelmgr/state_directory.h"
 
 // What users set, the changes under way and the messages about finished ones, in SQLite (WAL, full
@@ -38,6 +39,25 @@ struct PackageId {
     uint64_t id = 0;
 };
 
+// A process, told apart from later ones of the same id.
+struct ProcessIdentity {
+    int64_t id = 0;
+    int64_t startTime = 0;  // in clock ticks since the system started
+};
+
+// The numbers are what the port answers.
+enum class ScanStatus { kNever = 0, kRunning = 1, kComplete = 2, kInterrupted = 3 };
+
+struct ScanState {
+    ScanStatus status = ScanStatus::kNever;
+    ProcessIdentity process;
+};
+
+struct FeedMessage {
+    int64_t sequence = 0;
+    std::string text;
+};
+
 class Store {
  public:
     // For reading: nothing where nothing was ever set. Works on a full or read-only file system, too.
@@ -46,10 +66,14 @@ class Store {
     static Store openForWriting();
 
     Transaction begin() { return Transaction(database); }
+    // A new connection under the same lock, for when the present one has been left unusable by a failure.
+    void reconnect() { database.reopen(); }
 
     std::optional<UserValue> userValue(const Target& target);
     // All values of a field, ordered by target.
     std::vector<std::pair<Target, UserValue>> userValues(Field field);
+    // The patterns of a field, the one that was set last first.
+    PatternRules<FieldValue> userPatterns(Field field);
     void setUserValue(const Target& target, const FieldValue& value);
     // Puts back exactly what pending changes replaced.
     void restoreUserValue(const Target& target, const std::optional<UserValue>& previous);
@@ -59,6 +83,12 @@ class Store {
     std::vector<PendingChange> pendingChanges();
     void addPendingChange(const PendingChange& change);
     void dropPendingChanges();
+
+    // The labelling of the whole system. While one is registered as running, addPendingChange also keeps its
+    // target as a change during it; setScan forgets those.
+    ScanState scan();
+    void setScan(const ScanState& scan);
+    std::vector<Target> changesDuringScan();
 
     std::optional<uint64_t> packageId(std::string_view name);
     std::vector<PackageId> packageIds();
@@ -71,6 +101,11 @@ class Store {
     // line of four words.
     void addMessage(std::string_view topic, std::string_view operation, std::string_view target,
                     std::string_view value);
+
+    // The feed's messages in the order of their commits, numbered without gaps; 0 is "none yet".
+    int64_t firstMessage();
+    int64_t lastMessage();
+    std::vector<FeedMessage> messagesAfter(int64_t sequence, size_t most);
 
  private:
     Store(const std::string& databasePath, Database::Mode mode, Database::Clock::time_point deadline,

@@ -1,15 +1,72 @@
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/run.h"
+#include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-TEST(Commands, PrintTheUsage) {
-    const std::string usage = fileContent(TESTS_DIRECTORY "/cli/usage.txt");
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{}, {"-h"}, {"--help"}, {"-g", "-o", "/f", "-h", "--unknown"}}) {
-        const RunResult run = runToolWithFake(words);
-        EXPECT_EQ(run.out, usage);
-        EXPECT_EQ(run.err + run.calls, "");
-        EXPECT_EQ(run.status, 0);
+namespace {
+
+// What a run shows, in the columns of the table; of a run that was killed the first line of its reports.
+std::string describe(const RunResult& run) {
+    const std::string err = run.status < 0 ? run.err.substr(0, run.err.find('\n')) : run.err;
+    std::string text = std::to_string(run.status);
+    for (const std::string& part : {run.calls, replaceAll(run.out, "[0-9]+\\.[0-9]{4} ", "SECONDS "), err}) {
+        text += "\n| " + replaceAll(part, "\n$", "");
     }
+    return text;
+}
+
+}  // namespace
+
+TEST(Commands, DoAsTheTableSays) {
+    for (const std::vector<std::string>& cells :
+         readTable(fileContent(TESTS_DIRECTORY "/cli/commands.txt"), 6)) {
+        std::vector<std::string> words = split(cells[0], " ");
+        std::replace(words.begin(), words.end(), std::string("''"), std::string());
+        EXPECT_EQ(describe(runToolWithFake(words, cells[2])),
+                  cells[1] + "\n| " + cells[3] + "\n| " + cells[4] + "\n| " + cells[5])
+            << cells[0] << " with " << cells[2];
+    }
+}
+
+TEST(Commands, PrintTheUsage) {
+    for (const char* words : {"-h", "--help", "-g -o /f -h --unknown", ""}) {
+        const RunResult run =
+            runToolWithFake(*words == '\0' ? std::vector<std::string>() : split(words, " "));
+        EXPECT_EQ(run.out, fileContent(TESTS_DIRECTORY "/cli/usage.txt")) << words;
+        EXPECT_EQ(std::to_string(run.status) + run.err + run.calls, "0") << words;
+    }
+}
+
+TEST(Commands, NeverLoseOutputSilently) {
+    const auto closed = [] { close(STDOUT_FILENO); };
+    const auto full = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+    const auto unread = [] {
+        int ends[2];
+        static_cast<void>(pipe(ends));
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+    };
+    // The messages have no end, so that a run ends by the line that it loses.
+    const auto run = [](const std::string& words, const std::function<void()>& prepare) {
+        const RunResult result = runToolWithFake(split(words, " "), "recvLabelChangeMsg=0 m", {{}, prepare});
+        return std::to_string(result.status) + ' ' + result.err;
+    };
+    EXPECT_EQ(run("-S", full), "1 zorv-label-manager-tool: write error: No space left on device\n");
+    EXPECT_EQ(run("-h", full), "1 zorv-label-manager-tool: write error: No space left on device\n");
+    EXPECT_EQ(run("-d -o /f", closed), "1 zorv-label-manager-tool: write error: Bad file descriptor\n");
+    EXPECT_EQ(run("-a -f x", closed), "0 ");
+    EXPECT_EQ(run("-S", unread), std::to_string(-SIGPIPE) + ' ');
+}
+
+TEST(Commands, KeepBothStreamsInOrder) {
+    const auto join = [] { dup2(STDOUT_FILENO, STDERR_FILENO); };
+    EXPECT_EQ(runToolWithFake({"-d", "-m", "x", "-l", "/no"}, "", {{}, join}).out,
+              "================================\nWarning: No files matched the pattern: /no\n"
+              "delete file sid success. /no\n");
 }

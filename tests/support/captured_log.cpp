@@ -1,31 +1,16 @@
 #include "tests/support/captured_log.h"
 
-#include <regex>
-#include <utility>
-
-#include <log4cpp/AppenderSkeleton.hh>
 #include <log4cpp/Category.hh>
+#include <log4cpp/OstreamAppender.hh>
+#include <log4cpp/PatternLayout.hh>
 
 #include "log/logger.h"
+#include "tests/support/table.h"
 
-class CapturedLog::Appender : public log4cpp::AppenderSkeleton {
- public:
-    Appender() : AppenderSkeleton("CapturedLog") {}
-    void close() override {}
-    bool requiresLayout() const override { return false; }
-    void setLayout(log4cpp::Layout*) override {}
-
-    std::vector<std::string> lines;
-
- protected:
-    void _append(const log4cpp::LoggingEvent& event) override {
-        static const std::regex place("^\\[([^:]*):[0-9]+\\]");
-        lines.push_back(log4cpp::Priority::getPriorityName(event.priority) + ' ' +
-                        std::regex_replace(event.message, place, "[$1]"));
-    }
-};
-
-CapturedLog::CapturedLog() : appender(std::make_unique<Appender>()) {
+CapturedLog::CapturedLog() : appender(std::make_unique<log4cpp::OstreamAppender>("CapturedLog", &stream)) {
+    auto layout = std::make_unique<log4cpp::PatternLayout>();
+    layout->setConversionPattern("%p %m%n");
+    appender->setLayout(layout.release());
     Logger::getInstance();  // whose construction sets the root up anew
     log4cpp::Category& root = log4cpp::Category::getRoot();
     formerPriority = root.getPriority();
@@ -39,5 +24,9 @@ CapturedLog::~CapturedLog() {
 }
 
 std::vector<std::string> CapturedLog::take() {
-    return std::exchange(appender->lines, {});
+    std::vector<std::string> lines =
+        split(replaceAll(stream.str(), "(\\[[^\\]:]*):[0-9]+\\] ", "$1] "), "\n");
+    stream.str("");
+    lines.pop_back();
+    return lines;
 }

@@ -1,8 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
+
+namespace log4cpp {
+class Appender;
+}
 
 // Collects what this process logs, down to debug level, as lines like "ERROR [tag] text" (the line number is
 // left out). The root category is as before afterwards. One at a time.
@@ -17,7 +22,7 @@ class CapturedLog {
     std::vector<std::string> take();
 
  private:
-    class Appender;
-    std::unique_ptr<Appender> appender;
+    std::ostringstream stream;
+    std::unique_ptr<log4cpp::Appender> appender;
     int formerPriority;
 };

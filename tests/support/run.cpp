@@ -51,7 +51,7 @@ RunResult runInChild(const std::function<int()>& body) {
         dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
         dup2(out.descriptor, STDOUT_FILENO);
         dup2(err.descriptor, STDERR_FILENO);
-        const int status = body();
+        const int status = [&body]() noexcept { return body(); }();  // never back into the tests
         std::fflush(nullptr);
         _exit(status);
     }

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr const char* kAttributeName = "security.zorv";
-
 void require(bool done, const std::string& path) {
     if (!done) {
         throw std::runtime_error("temporary tree: " + path);
@@ -32,10 +30,6 @@ TemporaryTree::~TemporaryTree() {
         std::system(("rm -rf " + root).c_str()));  // whose paths may be longer than the system's
 }
 
-std::string TemporaryTree::path(std::string_view name) const {
-    return name.empty() ? root : root + '/' + std::string(name);
-}
-
 std::string TemporaryTree::directory(std::string_view name) const {
     std::filesystem::create_directories(path(name));
     return path(name);
@@ -47,7 +41,6 @@ std::string TemporaryTree::file(std::string_view name, std::string_view content)
 }
 
 std::string TemporaryTree::link(std::string_view name, std::string_view target) const {
-    std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
     std::filesystem::create_symlink(target, path(name));
     return path(name);
 }
@@ -63,16 +56,21 @@ std::string fileContent(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+std::vector<unsigned char> fromHexadecimal(std::string_view digits) {
+    std::vector<unsigned char> value;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        value.push_back(static_cast<unsigned char>(std::stoi(std::string(digits.substr(i, 2)), nullptr, 16)));
+    }
+    return value;
+}
+
 std::string labelAttribute(const std::string& path) {
     std::array<unsigned char, 4096> value;
-    const ssize_t size = lgetxattr(path.c_str(), kAttributeName, value.data(), value.size());
+    const ssize_t size = lgetxattr(path.c_str(), "security.zorv", value.data(), value.size());
     return size < 0 ? "none" : bytesToHexString(value.data(), static_cast<unsigned long>(size));
 }
 
 void setLabelAttribute(const std::string& path, std::string_view hexadecimal) {
-    std::string value;
-    for (size_t i = 0; i + 1 < hexadecimal.size(); i += 2) {
-        value.push_back(static_cast<char>(std::stoi(std::string(hexadecimal.substr(i, 2)), nullptr, 16)));
-    }
-    require(lsetxattr(path.c_str(), kAttributeName, value.data(), value.size(), 0) == 0, path);
+    const std::vector<unsigned char> value = fromHexadecimal(hexadecimal);
+    require(lsetxattr(path.c_str(), "security.zorv", value.data(), value.size(), 0) == 0, path);
 }

@@ -2,9 +2,11 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 // A directory of its own for one test, removed with everything in it. Names are relative to it; parents are
-// made as needed; every function answers the absolute path. A failure is an exception, which fails the test.
+// made as needed, but for a link; every function answers the absolute path. A failure is an exception, which
+// fails the test.
 class TemporaryTree {
  public:
     TemporaryTree();
@@ -12,7 +14,9 @@ class TemporaryTree {
     TemporaryTree(const TemporaryTree&) = delete;
     TemporaryTree& operator=(const TemporaryTree&) = delete;
 
-    std::string path(std::string_view name = "") const;
+    std::string path(std::string_view name = "") const {
+        return root + (name.empty() ? "" : "/") + std::string(name);
+    }
     std::string directory(std::string_view name) const;
     std::string file(std::string_view name, std::string_view content = "") const;
     std::string link(std::string_view name, std::string_view target) const;
@@ -23,6 +27,8 @@ class TemporaryTree {
 
 void putFile(const std::string& path, std::string_view content);
 std::string fileContent(const std::string& path);
+
+std::vector<unsigned char> fromHexadecimal(std::string_view digits);
 
 // The attribute "security.zorv" of a file, or of a link itself, as hexadecimal digits; "none" when absent.
 std::string labelAttribute(const std::string& path);

@@ -1,0 +1,81 @@
+#include "labelmgr/label_snapshot.h"
+
+#include "labelmgr/derived_label.h"
+
+LabelSnapshot::LabelSnapshot(Store& store, const std::string& root,
+                             const std::vector<std::string>& skippedPaths)
+    : skipped(skippedPaths.begin(), skippedPaths.end()),
+      policy(Policy::load()),
+      owners(PackageOwners::load(root)) {
+    for (const Field field : kFields) {
+        const auto index = static_cast<size_t>(field);
+        userPatterns.at(index) = store.userPatterns(field);
+        for (const auto& [target, value] : store.userValues(field)) {
+            if (!target.isPattern) {
+                userPaths[target.text].values.at(index) = value.value;
+            }
+        }
+    }
+    for (const PackageId& package : store.packageIds()) {
+        packageIds.emplace(package.name, package.id);
+    }
+}
+
+std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::wholeSystem() const {
+    auto directory = std::make_shared<Directory>();
+    for (const Field field : kFields) {
+        const auto index = static_cast<size_t>(field);
+        directory->userPatterns.at(index) = allOf(userPatterns.at(index));
+    }
+    directory->tids = allOf(policy.tids);
+    directory->inheritFlags = allOf(policy.inheritFlags);
+    directory->excluded = allOf(policy.excluded);
+    return directory;
+}
+
+std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::below(
+    const std::shared_ptr<const Directory>& parent, const std::string& path) const {
+    const std::string prefix = path.back() == '/' ? path : path + "/";
+    auto directory = std::make_shared<Directory>();
+    for (const Field field : kFields) {
+        const auto index = static_cast<size_t>(field);
+        directory->userPatterns.at(index) = candidatesBelow(parent->userPatterns.at(index), prefix);
+    }
+    directory->tids = candidatesBelow(parent->tids, prefix);
+    directory->inheritFlags = candidatesBelow(parent->inheritFlags, prefix);
+    directory->excluded = candidatesBelow(parent->excluded, prefix);
+    return directory;
+}
+
+bool LabelSnapshot::isExcluded(const Directory& directory, const std::string& path) const {
+    return firstMatch(directory.excluded, path) != nullptr || (!skipped.empty() && skipped.count(path) != 0);
+}
+
+Label LabelSnapshot::label(const Directory& directory, const std::string& path, mode_t mode) const {
+    Label label = initialLabel(path, mode, packageOf(path));
+    if (const uint32_t* tid = firstMatch(directory.tids, path)) {
+        label.tid_ = *tid;
+    }
+    if (const uint32_t* flag = firstMatch(directory.inheritFlags, path)) {
+        label.inheritFlag_ = *flag;
+    }
+    const auto exact = userPaths.find(path);
+    for (const Field field : kFields) {
+        const auto index = static_cast<size_t>(field);
+        if (exact != userPaths.end() && exact->second.values.at(index)) {
+            setField(label, field, *exact->second.values.at(index));
+        } else if (const FieldValue* value = firstMatch(directory.userPatterns.at(index), path)) {
+            setField(label, field, *value);
+        }
+    }
+    return label;
+}
+
+uint64_t LabelSnapshot::packageOf(const std::string& path) const {
+    const std::string owner = owners.owner(path);
+    if (owner.empty()) {
+        return 0;
+    }
+    const auto set = packageIds.find(owner);
+    return set != packageIds.end() ? set->second : packageIdOfName(owner);
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/wildcard.h"
+
+// Values that belong to path patterns, in the order in which they hold: the first rule that matches a path
+// gives its value. Patterns match with matchesPattern, so a star crosses slashes.
+
+template <typename Value>
+struct PatternRule {
+    std::string pattern;
+    Value value;
+
+    // False when no path below the directory can match, seen from the pattern's text before its first
+    // wildcard. `prefix` is the directory's path with one slash at its end.
+    bool canMatchBelow(std::string_view prefix) const {
+        const size_t wildcard = pattern.find_first_of("*?");
+        const std::string_view literal = std::string_view(pattern).substr(0, wildcard);
+        const size_t common = std::min(literal.size(), prefix.size());
+        return literal.substr(0, common) == prefix.substr(0, common) &&
+               (wildcard != std::string::npos || literal.size() > prefix.size());
+    }
+};
+
+template <typename Value>
+using PatternRules = std::vector<PatternRule<Value>>;
+
+// Some of the rules of a list that stays where it is.
+template <typename Value>
+using CandidateRules = std::vector<const PatternRule<Value>*>;
+
+template <typename Value>
+CandidateRules<Value> allOf(const PatternRules<Value>& rules) {
+    CandidateRules<Value> candidates;
+    for (const PatternRule<Value>& rule : rules) {
+        candidates.push_back(&rule);
+    }
+    return candidates;
+}
+
+template <typename Value>
+CandidateRules<Value> candidatesBelow(const CandidateRules<Value>& candidates, std::string_view prefix) {
+    CandidateRules<Value> kept;
+    std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(kept),
+                 [prefix](const PatternRule<Value>* rule) { return rule->canMatchBelow(prefix); });
+    return kept;
+}
+
+// The value of the first rule that matches; null when none does.
+template <typename Value>
+const Value* firstMatch(const CandidateRules<Value>& candidates, const std::string& path) {
+    const auto found =
+        std::find_if(candidates.begin(), candidates.end(),
+                     [&path](const PatternRule<Value>* rule) { return matchesPattern(rule->pattern, path); });
+    return found != candidates.end() ? &(*found)->value : nullptr;
+}

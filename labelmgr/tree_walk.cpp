@@ -1,0 +1,191 @@
+#include "labelmgr/tree_walk.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <new>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+
+#include "labelmgr/file_system_kind.h"
+#include "labelmgr/operation_error.h"
+
+namespace {
+
+constexpr size_t kReadSize = size_t{64} * 1024;
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// The directories that wait keep their parents open.
+void allowManyDescriptors() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+bool isSelfOrParent(const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+// A name that is gone, or is no directory any more.
+bool hasVanished(int reason) {
+    return reason == ENOENT || reason == ENOTDIR || reason == ELOOP;
+}
+
+std::string childPath(const std::string& directory, const std::string& name) {
+    std::string path = directory;
+    if (path.back() != '/') {
+        path.push_back('/');
+    }
+    return path.append(name);
+}
+
+}  // namespace
+
+void TreeWalk::run(const std::string& root, const std::shared_ptr<const WalkState>& rootState) {
+    allowManyDescriptors();
+    auto directory = std::make_shared<Directory>();
+    directory->descriptor = UniqueFd(::open(root.c_str(), kDirectoryFlags));
+    struct stat status {};
+    if (!directory->descriptor || fstat(directory->descriptor.get(), &status) != 0) {
+        throw systemError(root);
+    }
+    const FileSystemKind kind = fileSystemKind(directory->descriptor.get());
+    if (kind == FileSystemKind::kPseudo) {
+        throw OperationError(root, "a file system without files of its own");
+    }
+    rootIsRemote = kind == FileSystemKind::kRemote;
+    directory->path = root;
+    directory->device = status.st_dev;
+    directory->state = rootState;
+
+    unfinished = 1;
+    std::vector<std::thread> workers;
+    try {
+        for (unsigned int i = 1; i < threads; ++i) {
+            workers.emplace_back([this] { work(); });
+        }
+    } catch (const std::system_error&) {  // no more threads to be had: fewer do it, too
+        threads = static_cast<unsigned int>(workers.size()) + 1;
+    }
+    read(directory);
+    directory.reset();
+    finishItem();
+    work();
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+}
+
+void TreeWalk::work() {
+    Waiting item;
+    while (next(item)) {
+        try {
+            if (const std::shared_ptr<const Directory> directory = open(item)) {
+                item.parent.reset();
+                read(directory);
+            }
+        } catch (const std::bad_alloc&) {
+            visitor.fail(item.name, ENOMEM);
+        }
+        finishItem();
+    }
+}
+
+bool TreeWalk::next(Waiting& item) {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return !waiting.empty() || unfinished == 0; });
+    if (waiting.empty()) {
+        return false;
+    }
+    item = std::move(waiting.back());
+    waiting.pop_back();
+    return true;
+}
+
+void TreeWalk::finishItem() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (--unfinished == 0) {
+        changed.notify_all();
+    }
+}
+
+void TreeWalk::addWaiting(std::vector<Waiting>& items) {
+    if (items.empty()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    unfinished += items.size();
+    std::move(items.begin(), items.end(), std::back_inserter(waiting));
+    items.clear();
+    changed.notify_all();
+}
+
+std::shared_ptr<const TreeWalk::Directory> TreeWalk::open(const Waiting& item) {
+    auto directory = std::make_shared<Directory>();
+    directory->path = childPath(item.parent->path, item.name);
+    directory->state = visitor.enter(directory->path, item.parent->state);
+    if (!directory->state) {
+        return nullptr;
+    }
+    directory->descriptor =
+        UniqueFd(openat(item.parent->descriptor.get(), item.name.c_str(), kDirectoryFlags));
+    struct stat status {};
+    if (!directory->descriptor || fstat(directory->descriptor.get(), &status) != 0) {
+        if (!hasVanished(errno)) {
+            visitor.fail(directory->path, errno);
+        }
+        return nullptr;
+    }
+    directory->device = status.st_dev;
+    if (status.st_dev != item.parent->device) {
+        const FileSystemKind kind = fileSystemKind(directory->descriptor.get());
+        if (kind == FileSystemKind::kPseudo || (kind == FileSystemKind::kRemote && !rootIsRemote)) {
+            return nullptr;
+        }
+    }
+    return directory;
+}
+
+void TreeWalk::read(const std::shared_ptr<const Directory>& directory) {
+    thread_local std::vector<char> buffer(kReadSize);
+    visitor.visit({directory->descriptor.get(), "", directory->path, DT_DIR, directory->device},
+                  *directory->state);
+    std::vector<Waiting> found;
+    std::string path = childPath(directory->path, "");
+    ssize_t size = 0;
+    while ((size = getdents64(directory->descriptor.get(), buffer.data(), buffer.size())) > 0) {
+        readEntries(directory, buffer.data(), buffer.data() + size, path, found);
+        addWaiting(found);
+    }
+    if (size < 0 && errno != ENOENT) {
+        visitor.fail(directory->path, errno);
+    }
+}
+
+void TreeWalk::readEntries(const std::shared_ptr<const Directory>& directory, const char* begin,
+                           const char* end, std::string& path, std::vector<Waiting>& found) {
+    const size_t prefixLength = path.size();
+    while (begin < end) {
+        const auto* entry = reinterpret_cast<const dirent64*>(begin);
+        begin += entry->d_reclen;
+        if (isSelfOrParent(entry->d_name)) {
+            continue;
+        }
+        bool isDirectory = entry->d_type == DT_DIR;
+        if (!isDirectory) {
+            path.append(entry->d_name);
+            isDirectory = visitor.visit(
+                {directory->descriptor.get(), entry->d_name, path, entry->d_type, directory->device},
+                *directory->state);
+            path.resize(prefixLength);
+        }
+        if (isDirectory) {
+            found.push_back({directory, entry->d_name});
+        }
+    }
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "common/posix_handles.h"
+
+// Walks a tree with several threads, pinned to it by descriptors: after the root no path of more than one
+// component is looked up, and no link is followed, so that nothing that is swapped in meanwhile leads
+// outside. Pseudo file systems are left alone, and so are network and FUSE file systems unless the root lies
+// on one. A name that vanishes is not a failure. Memory grows with the directories that wait to be read, not
+// with the files.
+
+// What a visitor knows about a directory; handed down to what is in it.
+struct WalkState {
+    virtual ~WalkState() = default;
+};
+
+struct WalkEntry {
+    int directory;            // a descriptor of the directory that holds it
+    const char* name;         // in that directory; empty for the directory itself
+    const std::string& path;  // from "/" on
+    unsigned char type;       // DT_DIR, DT_REG, ...; DT_UNKNOWN where the file system does not say
+    dev_t device;             // of the directory that holds it
+};
+
+// Called from all threads of a walk at once.
+class TreeVisitor {
+ public:
+    virtual ~TreeVisitor() = default;
+
+    // Before a directory is opened: what is known about it, or null to leave it and all below it alone.
+    virtual std::shared_ptr<const WalkState> enter(const std::string& path,
+                                                   const std::shared_ptr<const WalkState>& parent) = 0;
+    // For every directory, after it was opened, and everything in it that is not a directory. A file of
+    // unknown type that turns out to be a directory is answered with true, and walked.
+    virtual bool visit(const WalkEntry& entry, const WalkState& state) = 0;
+    // What could not be opened or read, with errno.
+    virtual void fail(const std::string& path, int reason) = 0;
+};
+
+class TreeWalk {
+ public:
+    TreeWalk(TreeVisitor& treeVisitor, unsigned int threadCount)
+        : visitor(treeVisitor), threads(threadCount) {}
+
+    // The root is canonical and a directory. Throws OperationError when it cannot be opened.
+    void run(const std::string& root, const std::shared_ptr<const WalkState>& rootState);
+
+ private:
+    struct Directory {
+        UniqueFd descriptor;
+        std::string path;
+        dev_t device = 0;
+        std::shared_ptr<const WalkState> state;
+    };
+    // A directory that waits to be read. Its parent stays open until then.
+    struct Waiting {
+        std::shared_ptr<const Directory> parent;
+        std::string name;
+    };
+
+    void work();
+    bool next(Waiting& item);
+    void finishItem();
+    void addWaiting(std::vector<Waiting>& items);
+
+    std::shared_ptr<const Directory> open(const Waiting& item);
+    void read(const std::shared_ptr<const Directory>& directory);
+    void readEntries(const std::shared_ptr<const Directory>& directory, const char* begin, const char* end,
+                     std::string& path, std::vector<Waiting>& found);
+
+    TreeVisitor& visitor;
+    unsigned int threads;
+    bool rootIsRemote = false;
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Waiting> waiting;  // taken from the end, which keeps the list and the open directories few
+    size_t unfinished = 0;         // waiting or being read
+};

@@ -1,0 +1,114 @@
+#!/bin/bash
+# Kills the tool at every system call of every changing command in turn, and fails every one of them. Afterwards the
+# next command must find what users set and the attributes of the files as they were before the command or as they are
+# after it, nothing in between; and a command whose calls failed must tell which of the two.
+# Usage: interruption_test.sh TOOL [STEP], with STEP 7 to try every seventh call only.
+set -euo pipefail
+
+if [ -z "${ZORV_IN_PRIVATE_NAMESPACE:-}" ]; then
+    ZORV_IN_PRIVATE_NAMESPACE=1 exec unshare -m --propagation private "$0" "$@"
+fi
+tool=$1 step=${2:-1}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mount -t tmpfs tmpfs /var/log
+mkdir /var/log/zorv
+log=/var/log/zorv/zorv_label_manager.log
+export ZORV_LABEL_STATE_DIR=$work/state ZORV_LABEL_POLICY_FILE=$work/policy.conf
+export ASAN_OPTIONS=detect_leaks=0 # which needs ptrace for itself
+printf '[tid]\n%s = 3\n' "$work/files/*" >"$work/policy.conf"
+errors=(ENOSPC EIO EROFS EACCES ENOMEM)
+
+fail() {
+    echo "FAILED: '${command[*]//$work/}' at $*" >&2
+    cat "$log" >&2
+    exit 1
+}
+
+# What users set, as the next command lists it, and then the attributes.
+state() {
+    "$tool" -g -u -t --all 2>/dev/null | grep -v '^read log config' || true
+    getfattr --absolute-names -e hex -n security.zorv "$work"/files/* 2>&1 || true
+}
+
+start_over() {
+    rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
+    mkdir "$work/files"
+    touch "$work/files/a" "$work/files/b"
+    : >"$log"
+    "setup_$1"
+}
+setup_empty() { :; }
+setup_paths() {
+    "$tool" -a -t "$work/files/a" 5
+    "$tool" -a -t "$work/files/b" 5
+} >/dev/null 2>&1
+setup_pattern() { "$tool" -P -a -t "$work/files/?" 6 >/dev/null 2>&1; }
+# A copy is faster than the commands that made it.
+saved_start() {
+    if [ ! -d "$work/saved_$1" ]; then
+        start_over "$1"
+        mkdir "$work/saved_$1"
+        cp -a "$work/files" "$work/saved_$1/"
+        cp -a "$ZORV_LABEL_STATE_DIR" "$work/saved_$1/" 2>/dev/null || true
+    fi
+    rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
+    cp -a "$work/saved_$1/." "$work/"
+    : >"$log"
+}
+
+# Every "SYSCALL NUMBER" of a run, from the opening of the store's directory on.
+points_of() {
+    strace -qq -o "$work/trace" -e signal=none "$tool" "$@" >/dev/null 2>&1 || true
+    awk -v state="$ZORV_LABEL_STATE_DIR" -v step="$step" '
+        { name = $0; sub(/\(.*/, "", name) }
+        name !~ /^[a-z][a-z0-9_]*$/ || name == "exit_group" { next }
+        { number[name]++ }
+        index($0, state) { inside = 1 }
+        /^write\([12],/ { next }
+        inside && count++ % step == 0 { print name, number[name] }' "$work/trace"
+}
+
+injected() { # INJECTION, in a shell of its own that keeps the report of a kill to itself
+    : >"$work/status"
+    sh -c '"$@"; echo $? >"$0"' "$work/status" strace -qq -o /dev/null -e "inject=$1" "$tool" "${command[@]}" \
+        >"$work/output" 2>/dev/null || true
+}
+
+interrupt() { # SETUP COMMAND...
+    local setup=$1 before after now name number count=0
+    shift
+    command=("$@")
+    saved_start "$setup"
+    before=$(state)
+    points_of "${command[@]}" >"$work/points"
+    after=$(state)
+    while read -r name number; do
+        saved_start "$setup"
+        injected "$name:signal=SIGKILL:when=$number"
+        now=$(state)
+        [ "$now" = "$before" ] || [ "$now" = "$after" ] || fail "$name $number, killed: $now"
+        count=$((count + 1))
+
+        case $name in futex | brk) continue ;; esac # the C library does not look whether these fail
+        saved_start "$setup"
+        injected "$name:error=${errors[count % 5]}:when=$number"
+        [ "$(cat "$work/status")" -lt 124 ] || fail "$name $number: ended by a signal"
+        now=$(state)
+        if grep -q success "$work/output"; then
+            [ "$now" = "$after" ] || fail "$name $number, ${errors[count % 5]}, but a success: $now"
+        else
+            [ "$now" = "$before" ] || fail "$name $number, ${errors[count % 5]}, a failure: $now"
+            grep -q "\[ERROR\].*/" "$log" || fail "$name $number, ${errors[count % 5]}: no reason in the log"
+        fi
+    done <"$work/points"
+    echo "${command[*]//$work/}: $count calls killed and failed, list and attributes agree after each"
+}
+
+interrupt empty -a -t "$work/files/a" 9
+interrupt paths -a -t "$work/files/a" 9
+interrupt paths -d -t "$work/files/a"
+interrupt paths -d -c tid
+interrupt empty -P -a -t "$work/files/?" 9
+interrupt pattern -P -d -t "$work/files/?"
+interrupt paths -r -l "$work/files/a"

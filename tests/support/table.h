@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The rows of a table in text: one a line, cells parted by "|", blanks around them dropped, "\n" in them a
+// line end, missing cells at the end empty. Empty lines and lines that begin with "#" are no rows.
+std::vector<std::vector<std::string>> readTable(const std::string& text, size_t columns);
+
+std::vector<std::string> split(const std::string& text, const std::string& separator);
+std::string replaceAll(const std::string& text, const std::string& pattern, const std::string& replacement);

@@ -1,0 +1,138 @@
+#include "log/logger.h"
+
+#include <filesystem>
+#include <functional>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+#include <log4cpp/Category.hh>
+#include <log4cpp/Configurator.hh>
+
+#include "tests/support/run.h"
+#include "tests/support/table.h"
+#include "tests/support/temporary_tree.h"
+
+namespace {
+
+const std::string kProperties = "/etc/zorv/label/zorv-label-log.properties";
+const std::string kFallback = "/var/log/zorv/zorv_label_manager.log";
+
+class LoggerTest : public testing::Test {
+ protected:
+    LoggerTest() { std::filesystem::remove(kFallback); }
+    ~LoggerTest() override { std::filesystem::remove(kProperties); }
+
+    std::string appender(const std::string& name) const {
+        const std::string key = "log4cpp.appender." + name;
+        return key + "=FileAppender\n " + key + ".fileName = " + tree.path(name) + "\t\n" + key +
+               ".layout=PatternLayout\n" + key + ".layout.ConversionPattern=%p %m%n\n";
+    }
+
+    const TemporaryTree tree;
+};
+
+// In a process of its own, with log4cpp as if new.
+RunResult withLogger(const std::function<void(Logger& logger)>& use) {
+    return runInChild([&use] {
+        log4cpp::Category::shutdown();
+        umask(0);
+        Logger logger;
+        use(logger);
+        return 0;
+    });
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+}
+
+}  // namespace
+
+TEST_F(LoggerTest, FallsBackToItsOwnFile) {
+    const auto use = [](Logger& logger) {
+        logger.debug("t", 1, "filtered");
+        logger.info("t", 2, "n=%d", 5);
+        logger.always("t", 3, "always");
+    };
+    const RunResult missing = withLogger(use);
+    EXPECT_EQ(missing.out, "read log config error.\n");
+    EXPECT_EQ(missing.err, "Failed to open config file: " + kProperties + '\n');
+    putFile(kProperties, "log4cpp.rootCategory=DEBUG, nowhere\n");
+    const RunResult broken = withLogger(use);
+    EXPECT_EQ(broken.out + broken.err, "read log config error.\n");
+    const std::string once = "TIME THREAD [INFO] [t:2] n=5 \nTIME THREAD [INFO] [t:3] always \n";
+    EXPECT_EQ(replaceAll(fileContent(kFallback),
+                         "[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\.[0-9]{3} [0-9]+ ", "TIME THREAD "),
+              once + once);
+    EXPECT_EQ(modeOf(kFallback), 0644U);
+}
+
+TEST_F(LoggerTest, IsConfiguredByTheProperties) {
+    putFile(kProperties, "log4cpp.rootCategory=WARN, main\nlog4cpp.category.INFO=INFO, always\n" +
+                             appender("main") + appender("always"));
+    const std::string bad = tree.file("main", "earlier\n") + "/below";
+    putFile(kProperties, fileContent(kProperties) + "log4cpp.appender.main.x.fileName=" + bad +
+                             "\nlog4cpp.appender.main.y.fileName=" + tree.path("missing"));
+    chmod(tree.path("main").c_str(), 0600);
+    const RunResult run = withLogger([](Logger& logger) {
+        logger.debug("t", 1, "filtered");
+        logger.info("t", 2, "filtered");
+        logger.warn("t", 3, "n=%d", 5);
+        logger.error("t", 4, "%s%%", "e");
+        logger.fatal("t", 5, "f");
+        logger.always("t", 6, "%s", "always");
+    });
+    EXPECT_EQ(run.out + run.err, "chmod failed for " + bad + ": Not a directory\n");
+    EXPECT_EQ(fileContent(tree.path("main")), "earlier\nWARN [t:3] n=5\nERROR [t:4] e%\nFATAL [t:5] f\n");
+    EXPECT_EQ(fileContent(tree.path("always")), "INFO [t:6] always\n");
+    EXPECT_EQ(modeOf(tree.path("main")), 0640U);
+    EXPECT_EQ(modeOf(tree.path("always")), 0640U);
+}
+
+TEST_F(LoggerTest, FormatsInTwoStagesFromAnyProperties) {
+    EXPECT_THROW(Logger(tree.path("missing")), log4cpp::ConfigureFailure);
+    const std::string properties = tree.file("p", "log4cpp.rootCategory=ERROR, main\n" + appender("main"));
+    const std::string x(2000, 'x');
+    runInChild([&] {
+        umask(0);
+        Logger logger(properties);
+        logger.error("a%%b", 1, "%s", "text");
+        logger.error("t", 2, "%s", x.c_str());
+        logger.error("t", 3, (x + "%s").c_str(), "cut off");
+        logger.error("t", 4, (x.substr(0, 1016) + "%s").c_str(), "cut in two");
+        logger.error("t", 5, (x.substr(0, 1015) + "%s").c_str(), "just fits");
+        return 0;
+    });
+    EXPECT_EQ(fileContent(tree.path("main")), "ERROR [a%b:1] text\nERROR [t:2] " + x + "\nERROR [t:3] " +
+                                                  x.substr(0, 1017) + "\nERROR [t:4] " + x.substr(0, 1016) +
+                                                  "%\nERROR [t:5] " + x.substr(0, 1015) + "just fits\n");
+    EXPECT_NE(modeOf(tree.path("main")), 0640U);
+}
+
+TEST_F(LoggerTest, FindsLogFilesInProperties) {
+    constexpr const char* kTable = R"(
+log4cpp.appender.A.fileName = /var/log/a.log | /var/log/a.log
+log4cpp.appender.B.fileName=/b\n\tlog4cpp.appender.A.fileName=/a b\t\nlog4cpp.appender.C.fileName=/b | /a b,/b
+log4cpp.appender.A.fileName==x=y | =x=y
+log4cpp.appender.fileName=/x | /x
+\n#log4cpp.appender.A.fileName=/x
+\n  # log4cpp.appender.A.fileName=/x
+log4cpp.appender.A.fileName
+log4cpp.appender.A.fileName=\t
+log4cpp.appender.A.filename=/x
+log4cpp.appender.A.fileName.old=/x
+log4cpp.appenderA.fileName=/x
+my.log4cpp.appender.A.fileName=/x
+=
+)";
+    for (const std::vector<std::string>& cells : readTable(kTable, 2)) {
+        const std::string path = tree.file("properties", replaceAll(cells[0], "\\\\t", "\t"));
+        std::string names;
+        for (const std::string& name : Logger::getLogFilePathsFromConfig(path)) {
+            names += (names.empty() ? "" : ",") + name;
+        }
+        EXPECT_EQ(names, cells[1]) << cells[0];
+    }
+}

@@ -160,6 +160,7 @@ std::vector<std::string> shuffledPaths(bool relative) {
 void sortPathsAgainstSort(benchmark::State& state) {
     const std::vector<std::string> paths = shuffledPaths(state.range(0) != 0);
     std::vector<std::string> absolute;
+    absolute.reserve(paths.size());
     for (const std::string& path : paths) {
         absolute.push_back(fs::absolute(path).native());
     }

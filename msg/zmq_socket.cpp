@@ -51,18 +51,18 @@ void require(bool succeeded, const char* message) {
     }
 }
 
-}  // namespace
-
-void ZMQSocket::DestroyContext::operator()(void* handle) const {
-    while (zmq_ctx_destroy(handle) != 0 && errno == EINTR) {
+void destroyContext(void* context) {
+    while (zmq_ctx_destroy(context) != 0 && errno == EINTR) {
     }
 }
 
-void ZMQSocket::CloseSocket::operator()(void* handle) const {
-    zmq_close(handle);
+void closeSocket(void* socket) {
+    zmq_close(socket);
 }
 
-ZMQSocket::ZMQSocket(socketType type) : context(zmq_ctx_new()) {
+}  // namespace
+
+ZMQSocket::ZMQSocket(socketType type) : context(zmq_ctx_new(), destroyContext), socket(nullptr, closeSocket) {
     require(context != nullptr, "Failed to create ZMQ context.");
     socket.reset(zmq_socket(context.get(), static_cast<int>(type)));
     require(socket != nullptr, "Failed to create ZMQ socket.");

@@ -52,14 +52,9 @@ class ZORV_API ZMQSocket {
     void subscribe(const std::string& topic);
 
  private:
-    struct DestroyContext {
-        void operator()(void* handle) const;
-    };
-    struct CloseSocket {
-        void operator()(void* handle) const;
-    };
+    using Handle = std::unique_ptr<void, void (*)(void*)>;
 
     // In this order: the socket is closed before its context is destroyed, which would wait for it for ever.
-    std::unique_ptr<void, DestroyContext> context;
-    std::unique_ptr<void, CloseSocket> socket;
+    Handle context;
+    Handle socket;
 };

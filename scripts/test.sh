@@ -11,6 +11,7 @@ if [ $# -eq 0 ]; then
     git ls-files '*.sh' .ci/run | xargs shellcheck
     echo "test: clang++ and clang-tidy"
     scripts/build.sh tidy
+    cmake --build --preset tidy --target docs
     set -- asan dev
 fi
 for preset in "$@"; do

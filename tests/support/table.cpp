@@ -29,3 +29,13 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
 std::string replaceAll(const std::string& text, const std::string& pattern, const std::string& replacement) {
     return std::regex_replace(text, std::regex(pattern), replacement);
 }
+
+std::string unescape(const std::string& text) {
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const bool isEscape = text.compare(i, 2, "\\x") == 0;
+        bytes += isEscape ? static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)) : text[i];
+        i += isEscape ? 3 : 0;
+    }
+    return bytes;
+}

@@ -9,3 +9,6 @@ std::vector<std::vector<std::string>> readTable(const std::string& text, size_t 
 
 std::vector<std::string> split(const std::string& text, const std::string& separator);
 std::string replaceAll(const std::string& text, const std::string& pattern, const std::string& replacement);
+
+// The text with each "\xHH" as the byte of that number, for what a cell cannot hold.
+std::string unescape(const std::string& text);

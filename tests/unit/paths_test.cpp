@@ -1,0 +1,193 @@
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "common/directory_traversal.h"
+#include "common/path_resolution.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/run.h"
+#include "tests/support/table.h"
+#include "tests/support/temporary_tree.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+using Lines = std::vector<std::string>;
+
+TEST(PathResolution, ResolvesExistingPaths) {
+    constexpr const char* kTable = R"(
+# function: getRealPath, getLinkRealPath, findFirstValidParentDir | path, @ the tree | result | log
+R | @/x/../x/./file   | @/data/file |
+R |                   |             | WARN [getRealPath] path is empty
+R | @/x/link          |             | WARN [getRealPath] file is not exists, @/x/link
+R | @/data/file/x     |             | WARN [getRealPath] file is not exists, @/data/file/x
+R | @/loop            |             | ERROR [getRealPath] Resolve realpath failed for @/loop: filesystem error: %[@/loop]
+L | @/x/link          | @/data/link |
+L | @/x/link/         |             | WARN [getRealPath] file is not exists, @/x/link
+L | name              |             | WARN [getRealPath] path is empty
+L |                   |             |
+F | @/data/*.conf     | @/data      |
+F | @/x               | @/x         |
+F | @/dat?/x          | @           |
+F | @/x/lo*/y         | @/x         |
+F | @/data/file*      | @/data      |
+F | /nowhere[/x*      | /           |
+F | nowhere/x*        |             |
+F |                   |             |
+F | @/loop/*          |             | ERROR [findFirstValidParentDir] filesystem error: filesystem error: %[@/loop/]
+)";
+    const TemporaryTree tree;
+    tree.file("data/file");
+    tree.link("x", "data");
+    tree.link("data/link", "../nowhere");
+    tree.link("loop", "loop");
+    CapturedLog log;
+    for (const Lines& row : readTable(kTable, 4)) {
+        const auto cell = [&](size_t column) {
+            return replaceAll(replaceAll(row[column], "@", tree.path()), "%",
+                              "status: Too many levels of symbolic links ");
+        };
+        const auto function = row[0] == "R"   ? getRealPath
+                              : row[0] == "L" ? getLinkRealPath
+                                              : findFirstValidParentDir;
+        EXPECT_EQ(function(cell(1)), cell(2)) << row[0] << row[1];
+        EXPECT_EQ(log.take(), Lines(row[3].empty() ? 0 : 1, cell(3))) << row[0] << row[1];
+    }
+    EXPECT_FALSE(isFilesystemReadOnly(tree.path().c_str()) || isFilesystemReadOnly("/none"));
+    EXPECT_EQ(log.take(),
+              Lines{"ERROR [isFilesystemReadOnly] statfs error, No such file or directory, /none"});
+    ASSERT_EQ(mount("test", tree.path().c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+    EXPECT_TRUE(isFilesystemReadOnly(tree.path().c_str()));
+    umount(tree.path().c_str());
+}
+
+TEST(PathResolution, ComparesAndTidiesTexts) {
+    constexpr const char* kTable = R"(
+# a path | the one that it is a parent of | the one that it is not | tidied
+/       | /etc      |       | /
+/a/     | /a/       | /a    | /a
+/a/b    | /a/b/../c | /a/bc | /a/b
+name    | name/x    | name  | name
+///a//* | ///a//*/b | /a//* | /a
+/*      | /*/x      | /b    | /
+/a/**   | /a/**/    | /a    | /a/**
+*       | */x       | *     | *
+)";
+    for (const Lines& row : readTable(kTable, 4)) {
+        EXPECT_TRUE(isParentPath(row[0], row[1])) << row[0];
+        EXPECT_FALSE(isParentPath(row[0], row[2])) << row[0];
+        EXPECT_EQ(formatPath(row[0]), row[3]);
+    }
+    EXPECT_FALSE(isParentPath("", "/a") || isParentPath("/a", "") || !formatPath("").empty());
+    const Lines ordered = {"", "/", "/\xC3\xA9", "/A", "/a", "/a/", "/a/b", "/aa", "/b", "/\x7F"};
+    for (size_t i = 0; i < ordered.size() * ordered.size(); ++i) {
+        const size_t a = i / ordered.size();
+        const size_t b = i % ordered.size();
+        EXPECT_EQ(comparePaths(ordered[a], ordered[b]), a < b) << ordered[a] << ordered[b];
+    }
+}
+
+TEST(SortPaths, ExpandsStarsAndOrdersAnyPaths) {
+    const TemporaryTree tree;
+    const std::string hidden = tree.file("a/.x");
+    const std::string x1 = tree.file("a/x1");
+    const std::string x2 = tree.file("a/\\x2");
+    const std::string question = tree.path("a/x?");
+    EXPECT_THAT(sortPaths({"/zz", tree.path("a/*x*"), x2, tree.path("a/no*"), question, tree.path("*/x1")}),
+                ElementsAre(tree.path("*/x1"), hidden, x2, x2, x1, question, "/zz"));
+    EXPECT_THAT(expandPath(tree.path("a/\\[x]2")), ElementsAre(x2));
+    EXPECT_THROW(sortPaths({"/a", tree.path("none/*")}), fs::filesystem_error);
+    EXPECT_THROW(expandPath("*"), fs::filesystem_error);
+
+    std::mt19937 random(20240117);
+    Lines paths;
+    for (int i = 0; i < 2000; ++i) {
+        std::string& path = paths.emplace_back(Lines{"/", "", "./", "/a/"}[random() % 4]);
+        for (size_t length = random() % 4; length > 0; --length) {
+            path += "a/\x7F\x80\xFF"[random() % 5];
+        }
+    }
+    const auto areSorted = [&paths] {
+        const Lines sorted = sortPaths(paths);
+        return std::is_sorted(sorted.begin(), sorted.end(), comparePaths) &&
+               std::is_permutation(sorted.begin(), sorted.end(), paths.begin(), paths.end());
+    };
+    EXPECT_TRUE(areSorted());
+    const RunResult withoutDirectory = runInChild([&] {
+        fs::current_path(tree.directory("gone"));
+        return rmdir(tree.path("gone").c_str()) == 0 && areSorted() && !isParentPath("a", "a/b") ? 0 : 1;
+    });
+    EXPECT_EQ(withoutDirectory.status, 0);
+}
+
+TEST(TraverseDirectory, ListsBreadthFirst) {
+    const TemporaryTree tree;
+    tree.file("root/file");
+    tree.file("root/d/e/file");
+    tree.link("root/d/link", "e");
+    const std::string alias = tree.link("alias", "root");
+    ASSERT_EQ(mkfifo(tree.path("root/fifo").c_str(), 0600), 0);
+    Lines found = {"kept"};
+    EXPECT_EQ(traverseDirectory(tree.path("//alias/"), found), 0);
+    EXPECT_THAT(found, ElementsAre("kept", alias, alias + "/file", alias + "/d", alias + "/d/link",
+                                   alias + "/d/e", alias + "/d/e/file"));
+}
+
+TEST(TraverseDirectory, SaysWhatItCannotUse) {
+    const TemporaryTree tree;
+    const std::string file = tree.file("listed/file");
+    const std::string closed = tree.directory("closed");
+    const std::string longest(4096, 'a');
+    const std::string tag = "ERROR [traverseDirectory] ";
+    CapturedLog log;
+    Lines found;
+    for (const auto& [root, reason] : std::map<std::string, std::string>{
+             {"", "Directory does not exist: , error: No such file or directory"},
+             {longest, "Directory does not exist: " + longest + ", error: File name too long"},
+             {longest + "a", "Path too long: " + longest + "a"},
+             {file, "Not a directory: " + file}}) {
+        EXPECT_EQ(traverseDirectory(root, found), -1);
+        EXPECT_THAT(log.take(), ElementsAre(tag + reason));
+    }
+    chmod(tree.path().c_str(), 0755);
+    chmod(closed.c_str(), 0);
+    chmod(tree.path("listed").c_str(), 0744);  // may be read and not searched
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_EQ(traverseDirectory(tree.path(), found), 0);
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_THAT(found, ElementsAre(tree.path(), tree.path("listed")));
+    const std::string denied = ", error: Permission denied";
+    EXPECT_THAT(log.take(), UnorderedElementsAre(tag + "Failed to open directory: " + closed + denied,
+                                                 tag + "Failed to stat path: " + file + denied));
+}
+
+TEST(TraverseDirectory, StopsAtTheLimitsOfPathsAndDirectories) {
+    const TemporaryTree tree;
+    CapturedLog log;
+    const fs::path before = fs::current_path();
+    const std::string name(250, 'n');
+    fs::current_path(tree.path());
+    for (int depth = 0; depth < 20; ++depth) {
+        ASSERT_TRUE(mkdir(name.c_str(), 0755) == 0 && chdir(name.c_str()) == 0);
+    }
+    fs::current_path(before);
+    Lines found;
+    EXPECT_EQ(traverseDirectory(tree.path(), found), 0);
+    EXPECT_EQ(found.back().size(), tree.path().size() + 16 * 251);
+    EXPECT_THAT(log.take(), ElementsAre("ERROR [traverseDirectory] Failed to stat path: " + found.back() +
+                                        '/' + name + ", error: File name too long"));
+    for (int i = 0; i < 100000; ++i) {
+        ASSERT_EQ(mkdir(tree.path(std::to_string(i)).c_str(), 0755), 0);
+    }
+    found.clear();
+    EXPECT_EQ(traverseDirectory(tree.path(), found), 0);
+    EXPECT_EQ(found.size(), 100000U);
+    EXPECT_THAT(log.take(), ElementsAre("ERROR [traverseDirectory] Reached maximum directory limit: 100000"));
+}

@@ -32,5 +32,6 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     occupyStandardDescriptors();
+    prepareOutput();
     return statusAfterOutput(run(argc, argv));
 }

@@ -15,8 +15,11 @@ std::array<char, 16384> buffer;
 
 }  // namespace
 
+void prepareOutput() {
+    std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
+}
+
 void printLine(const char* format, ...) {
-    static const int buffered = std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
     va_list arguments;
     va_start(arguments, format);
     const bool printed =
@@ -25,7 +28,6 @@ void printLine(const char* format, ...) {
     if (!printed && firstWriteError == 0) {
         firstWriteError = errno;
     }
-    static_cast<void>(buffered);
 }
 
 bool outputFailed() {

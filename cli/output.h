@@ -1,5 +1,8 @@
 #pragma once
 
+// Before anything is printed.
+void prepareOutput();
+
 // The one way to print a result: a line on standard output, flushed before the call returns, so that it stays
 // in order with standard error and with what else the process prints there, and can be followed through a
 // pipe.

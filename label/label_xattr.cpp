@@ -47,7 +47,8 @@ int Label::getFromXattr(const std::string& path, const bool& noDereference) {
         std::vector<unsigned char> value(static_cast<size_t>(probed));
         const ssize_t got = readAttribute(path, noDereference, value.data(), value.size());
         if (got < 0) {
-            throw LabelError(std::string("Failed to read extended attribute: ") + std::strerror(errno), 5);
+            const int reason = errno;
+            throw LabelError(std::string("Failed to read extended attribute: ") + std::strerror(reason), 5);
         }
         if (got != probed) {
             throw LabelError("Size mismatch when reading extended attribute", 5);

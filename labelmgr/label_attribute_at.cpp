@@ -20,11 +20,9 @@ constexpr const char* kAttributeName = "security.zorv";
 #ifdef SYS_setxattrat
 constexpr long kSetXattrAt = SYS_setxattrat;
 constexpr long kGetXattrAt = SYS_getxattrat;
-constexpr long kRemoveXattrAt = SYS_removexattrat;
 #else
 constexpr long kSetXattrAt = 463;
 constexpr long kGetXattrAt = 464;
-constexpr long kRemoveXattrAt = 466;
 #endif
 
 struct XattrArguments {
@@ -86,13 +84,4 @@ int setLabelAt(int directory, const char* name, const void* bytes, size_t size) 
     }
     const PinnedEntry entry(directory, name);
     return entry.descriptor ? setxattr(entry.path.data(), kAttributeName, bytes, size, 0) : -1;
-}
-
-int removeLabelAt(int directory, const char* name) {
-    if (kernelHasCalls()) {
-        return static_cast<int>(
-            syscall(kRemoveXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kAttributeName));
-    }
-    const PinnedEntry entry(directory, name);
-    return entry.descriptor ? removexattr(entry.path.data(), kAttributeName) : -1;
 }

@@ -7,8 +7,8 @@
 #include "labelmgr/file_labels.h"
 
 // A file found by its canonical path, one component after the other, so that no link that was swapped in
-// since is followed. Works for paths longer than the system takes at once. Throws OperationError with the
-// path, FileGone when there is no such file.
+// since is followed; a link in the last component is the file. Works for paths longer than the system takes
+// at once. Throws OperationError with the path, FileGone when there is no such file.
 class PinnedFile {
  public:
     explicit PinnedFile(const std::string& canonicalPath);
@@ -19,7 +19,7 @@ class PinnedFile {
     void setLabel(const LabelBytes& bytes) const;
 
  private:
-    const std::string& path;
-    UniqueFd directory;
-    std::string name;
+    std::string path;
+    UniqueFd file;
+    std::string nameInProc;  // leads from the descriptor's number to the file and nowhere else
 };

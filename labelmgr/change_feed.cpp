@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <poll.h>
 #include <sys/inotify.h>
 
@@ -10,20 +11,39 @@
 namespace {
 
 constexpr size_t kMessagesAtOnce = 1000;
-constexpr int kFallbackMilliseconds = 1000;
+constexpr std::chrono::seconds kFallback{1};
+
+using Clock = std::chrono::steady_clock;
+
+// Reads all that have come; true when a writer is among those who closed a file.
+bool takeNotifications(int notifications) {
+    bool hasWriter = false;
+    alignas(inotify_event) std::array<char, 4096> buffer{};
+    ssize_t size = 0;
+    while ((size = read(notifications, buffer.data(), buffer.size())) > 0) {
+        for (const char* next = buffer.data(); next < buffer.data() + size;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(next);
+            const bool isUnsure = (event->mask & (IN_Q_OVERFLOW | IN_IGNORED)) != 0;
+            hasWriter = hasWriter || isUnsure || (event->len > 0 && StateDirectory::isLock(event->name));
+            next += sizeof(inotify_event) + event->len;
+        }
+    }
+    return hasWriter;
+}
 
 }  // namespace
 
 void Subscriber::subscribe(const std::string& topicOfMessages) {
     topic = topicOfMessages;
     fetched.clear();
-    store = Store::openExisting();
-    lastSequence = store ? store->lastMessage() : 0;
+    followed.reset();
     notifications = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     isWatching = false;
     if (!notifications) {
         throw systemError("inotify");
     }
+    std::optional<Store> store = openStore();
+    lastSequence = store ? store->lastMessage() : 0;
 }
 
 std::string Subscriber::receive() {
@@ -41,18 +61,24 @@ std::string Subscriber::receive() {
     return message;
 }
 
+std::optional<Store> Subscriber::openStore() {
+    const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
+    const auto present = directory ? directory->databaseIdentity() : std::nullopt;
+    if (followed && present != followed) {
+        throw OperationError("the store was replaced while its changes were followed");
+    }
+    followed = present;
+    return Store::openExisting();
+}
+
 void Subscriber::fetch() {
     if (!isWatching) {  // before the look, so that nothing falls between the two
         const std::string directory = StateDirectory::configured();
         isWatching = inotify_add_watch(notifications.get(), directory.c_str(), IN_CLOSE_WRITE) >= 0;
     }
-    if (!store && !(store = Store::openExisting())) {
-        return;
-    }
-    if (store->lastMessage() < *lastSequence) {
-        throw OperationError("the store was replaced while its changes were followed");
-    }
-    const std::vector<FeedMessage> messages = store->messagesAfter(*lastSequence, kMessagesAtOnce);
+    std::optional<Store> store = openStore();
+    const auto messages =
+        store ? store->messagesAfter(*lastSequence, kMessagesAtOnce) : std::vector<FeedMessage>();
     if (!messages.empty() && messages.front().sequence != *lastSequence + 1) {
         throw OperationError("change messages were dropped before they were read");
     }
@@ -64,13 +90,18 @@ void Subscriber::fetch() {
     }
 }
 
-// A writer closes the store's lock file when its change is committed.
+// A writer closes the store's lock file when its change is committed. What a reader closes is no news: this
+// one reads.
 void Subscriber::waitForChange() {
-    pollfd event{notifications.get(), POLLIN, 0};
-    if (poll(&event, 1, kFallbackMilliseconds) < 0 && errno != EINTR) {
-        throw systemError("poll");
-    }
-    alignas(inotify_event) std::array<char, 4096> discarded{};
-    while (read(notifications.get(), discarded.data(), discarded.size()) > 0) {
+    const auto deadline = Clock::now() + kFallback;
+    while (Clock::now() < deadline) {
+        pollfd event{notifications.get(), POLLIN, 0};
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (poll(&event, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) {
+            throw systemError("poll");
+        }
+        if (takeNotifications(notifications.get())) {
+            return;
+        }
     }
 }

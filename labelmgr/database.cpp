@@ -130,6 +130,12 @@ void Database::reopen() {
     execute("PRAGMA synchronous = FULL");
 }
 
+void Database::executeAll(const char* script) {
+    if (sqlite3_exec(handle.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        throwDatabaseError(handle.get(), path);
+    }
+}
+
 int64_t Database::number(const char* sql) {
     Statement statement = prepare(sql);
     return statement.step() ? statement.integer(0) : 0;

@@ -57,6 +57,8 @@ class Database {
 
     Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
     void execute(const char* sql) { prepare(sql).run(); }
+    // Several statements without values.
+    void executeAll(const char* script);
     int64_t number(const char* sql);
     int64_t changedRows() const { return sqlite3_changes64(handle.get()); }
     bool inTransaction() const { return sqlite3_get_autocommit(handle.get()) == 0; }

@@ -1,21 +1,11 @@
 #include "labelmgr/derived_label.h"
 
-#include <cerrno>
-
 #include "common/sm3_hash.h"
-#include "labelmgr/operation_error.h"
+#include "labelmgr/pinned_file.h"
 
 namespace {
 
 constexpr size_t kFilesWorthAllOwners = 4;
-
-mode_t modeOf(const std::string& path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) {
-        throwFileError(path, errno);
-    }
-    return status.st_mode;
-}
 
 bool isExecutableFile(mode_t mode) {
     return S_ISREG(mode) && (mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
@@ -43,13 +33,17 @@ Label initialLabel(const std::string& path, mode_t mode, uint64_t package) {
     return label;
 }
 
+OwnerLookup ownersFor(size_t files) {
+    return files < kFilesWorthAllOwners ? OwnerLookup::kOneByOne : OwnerLookup::kAllAtOnce;
+}
+
 FieldValue LabelDeriver::value(Field field, const std::string& path) {
     const std::optional<FieldValue> set = userValue(field, path);
     return set ? *set : byPolicy(field, path);
 }
 
 Label LabelDeriver::label(const std::string& path, UserValues userValues) {
-    Label label = initialLabel(path, modeOf(path), packageOf(path));
+    Label label = initialLabel(path, PinnedFile(path).mode(), packageOf(path));
     label.tid_ = currentPolicy().tid(path);
     label.inheritFlag_ = currentPolicy().inheritFlag(path);
     if (userValues == UserValues::kObserve) {
@@ -78,7 +72,7 @@ std::optional<FieldValue> LabelDeriver::userValue(Field field, const std::string
 }
 
 FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
-    const mode_t mode = modeOf(path);
+    const mode_t mode = PinnedFile(path).mode();
     if (field == Field::kTid || field == Field::kInheritFlag) {
         return {field == Field::kTid ? currentPolicy().tid(path) : currentPolicy().inheritFlag(path), 0, 0};
     }
@@ -89,7 +83,7 @@ FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
 }
 
 uint64_t LabelDeriver::packageOf(const std::string& path) {
-    if (!owners && fileCount >= kFilesWorthAllOwners) {
+    if (!owners && ownerLookup == OwnerLookup::kAllAtOnce) {
         owners = PackageOwners::load("/");
     }
     const std::string owner = owners ? owners->owner(path) : packageOwning(path);

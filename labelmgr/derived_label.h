@@ -22,13 +22,17 @@ Label initialLabel(const std::string& path, mode_t mode, uint64_t package);
 
 enum class UserValues { kObserve, kIgnore };
 
+// How to ask the package database, and what is better for a number of files.
+enum class OwnerLookup { kOneByOne, kAllAtOnce };
+OwnerLookup ownersFor(size_t files);
+
 // Works out what the labels of single files should be: what users set for the path, else for the pattern that
 // was set last and matches it, else policy and the package database. Policy is read once, owners one by one
 // or, for many files, all at once. Without a store nothing is user-set. Throws OperationError, FileGone for a
 // file that is not there.
 class LabelDeriver {
  public:
-    LabelDeriver(Store* storeIfAny, size_t expectedFiles) : store(storeIfAny), fileCount(expectedFiles) {}
+    LabelDeriver(Store* storeIfAny, OwnerLookup howToLookUp) : store(storeIfAny), ownerLookup(howToLookUp) {}
 
     FieldValue value(Field field, const std::string& path);
     Label label(const std::string& path, UserValues userValues);
@@ -41,7 +45,7 @@ class LabelDeriver {
     const Policy& currentPolicy();
 
     Store* store;
-    size_t fileCount;
+    OwnerLookup ownerLookup;
     std::array<std::optional<PatternRules<FieldValue>>, 4> patterns;
     std::optional<Policy> policy;
     std::optional<PackageOwners> owners;

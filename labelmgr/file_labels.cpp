@@ -3,17 +3,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <sys/xattr.h>
 
 #include "common/posix_handles.h"
 #include "label/label_error.h"
 #include "labelmgr/operation_error.h"
-
-namespace {
-
-constexpr const char* kAttributeName = "security.zorv";
-
-}  // namespace
 
 std::string canonicalPath(const char* path) {
     const UniqueText resolved(realpath(path, nullptr));
@@ -28,36 +21,12 @@ std::string canonicalPathOfRecord(const char* path) {
         return canonicalPath(path);
     } catch (const FileGone&) {
         std::error_code failure;
-        const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
+        const std::filesystem::path resolved =
+            std::filesystem::weakly_canonical(std::filesystem::absolute(path, failure), failure);
         if (failure) {
             throw;
         }
         return resolved;
-    }
-}
-
-LabelBytes readLabelBytes(const std::string& path) {
-    std::vector<unsigned char> bytes(256);
-    ssize_t size = lgetxattr(path.c_str(), kAttributeName, bytes.data(), bytes.size());
-    while (size < 0 && errno == ERANGE) {
-        bytes.resize(bytes.size() * 2);
-        size = lgetxattr(path.c_str(), kAttributeName, bytes.data(), bytes.size());
-    }
-    if (size < 0) {
-        if (errno == ENODATA) {
-            return std::nullopt;
-        }
-        throwFileError(path, errno);
-    }
-    bytes.resize(static_cast<size_t>(size));
-    return bytes;
-}
-
-void writeLabelBytes(const std::string& path, const LabelBytes& bytes) {
-    const int result = bytes ? lsetxattr(path.c_str(), kAttributeName, bytes->data(), bytes->size(), 0)
-                             : lremovexattr(path.c_str(), kAttributeName);
-    if (result != 0 && (bytes || errno != ENODATA)) {
-        throwFileError(path, errno);
     }
 }
 

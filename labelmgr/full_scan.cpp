@@ -14,6 +14,7 @@
 #include <mutex>
 #include <set>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -21,7 +22,7 @@
 #include "labelmgr/label_attribute_at.h"
 #include "labelmgr/label_snapshot.h"
 #include "labelmgr/operation_error.h"
-#include "labelmgr/process_identity.h"
+#include "labelmgr/pending_changes.h"
 #include "labelmgr/tree_walk.h"
 #include "labelmgr/user_values.h"
 #include "log/logger.h"
@@ -56,7 +57,7 @@ class LabelVisitor : public TreeVisitor {
     bool visit(const WalkEntry& entry, const WalkState& state) override {
         const auto& rules = static_cast<const LabelSnapshot::Directory&>(state);
         const bool isDirectoryItself = *entry.name == '\0';
-        mode_t mode = DTTOIF(entry.type);
+        auto mode = static_cast<mode_t>(DTTOIF(entry.type));
         if (!isDirectoryItself && (entry.type == DT_REG || entry.type == DT_UNKNOWN)) {
             struct stat status {};
             if (fstatat(entry.directory, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -76,7 +77,7 @@ class LabelVisitor : public TreeVisitor {
 
     void fail(const std::string& path, int reason) override {
         ++counts.failed;
-        ZORV_LOG(error, "%s: %s", path.c_str(), std::strerror(reason));
+        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
     }
 
  private:
@@ -108,7 +109,7 @@ class LabelVisitor : public TreeVisitor {
         const std::lock_guard<std::mutex> lock(mutex);
         if (withoutAttributes.insert(entry.device).second) {
             ZORV_LOG(warn, "%s: the file system has no attributes for labels and is left alone",
-                     entry.path.c_str());
+                     asOneLine(entry.path).c_str());
         }
     }
 
@@ -127,8 +128,12 @@ double secondsSince(Clock::time_point begin) {
 class Progress {
  public:
     explicit Progress(const Counts& countsOfRun) : counts(countsOfRun) {
-        if (isatty(STDERR_FILENO) != 0) {
+        if (isatty(STDERR_FILENO) == 0) {
+            return;
+        }
+        try {
             writer = std::thread([this] { write(); });
+        } catch (const std::system_error&) {  // the work is worth doing unwatched
         }
     }
     ~Progress() {
@@ -177,18 +182,36 @@ unsigned int threadCount() {
     return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
 }
 
-// Registers this run and reads what it works on; changes from here on are brought in line at its end.
-LabelSnapshot beginScan(const std::string& root, const std::vector<std::string>& skippedPaths) {
+// A registered run: what it works on, and the lock that shows that it is alive. Changes from here on are
+// brought in line at its end.
+struct Run {
+    UniqueFd lock;
+    LabelSnapshot snapshot;
+};
+
+Run beginRun(const std::string& root, const std::vector<std::string>& skippedPaths) {
     Store store = openUserValues();
-    if (store.scan().status == ScanStatus::kRunning) {
-        throw OperationError("process " + std::to_string(store.scan().process.id),
+    std::optional<UniqueFd> lock = StateDirectory::open(StateDirectory::IfMissing::kCreate)->lockForScan();
+    if (!lock) {
+        throw OperationError("process " + std::to_string(store.scan().process),
                              "labels the whole system already");
     }
     Transaction transaction = store.begin();
-    store.setScan({ScanStatus::kRunning, thisProcess()});
-    LabelSnapshot snapshot(store, root, skippedPaths);
+    store.setScan({ScanStatus::kRunning, getpid()});
+    Run run{std::move(*lock), LabelSnapshot(store, root, skippedPaths)};
     transaction.commit();
-    return snapshot;
+    return run;
+}
+
+bool isLeftAlone(const LabelSnapshot& snapshot, std::string path) {
+    const auto rules = snapshot.wholeSystem();
+    while (!snapshot.isExcluded(*rules, path)) {
+        if (path == "/") {
+            return false;
+        }
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    }
+    return true;
 }
 
 }  // namespace
@@ -203,30 +226,33 @@ unsigned long labelWholeTree(const std::string& root, const std::vector<std::str
         throw systemError(root, ENOTDIR);
     }
     Counts counts;
-    const LabelSnapshot snapshot = beginScan(root, skippedPaths);
-    LabelVisitor visitor(snapshot, counts);
+    const Run run = beginRun(root, skippedPaths);
+    LabelVisitor visitor(run.snapshot, counts);
     try {
         const Progress progress(counts);
-        const auto rules = snapshot.below(snapshot.wholeSystem(), root);
-        TreeWalk(visitor, threadCount()).run(root, rules);
-    } catch (const OperationError&) {
+        if (!isLeftAlone(run.snapshot, root)) {
+            TreeWalk(visitor, threadCount()).run(root, run.snapshot.below(run.snapshot.wholeSystem(), root));
+        }
+    } catch (const std::exception& failure) {
+        ZORV_LOG(error, "%s", failure.what());
         Store store = openUserValues();
-        endScan(store, {ScanStatus::kInterrupted, {}}, root, "failed");
-        throw;
+        endScan(store, ScanStatus::kInterrupted, root, "failed");
+        return counts.failed + 1;
     }
     Store store = openUserValues();
-    endScan(store, {ScanStatus::kComplete, {}}, root, std::to_string(counts.done()));
-    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds", root.c_str(),
+    endScan(store, ScanStatus::kComplete, root, std::to_string(counts.done()));
+    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds", asOneLine(root).c_str(),
              counts.labelled.load(), counts.unchanged.load(), counts.failed.load(), secondsSince(begin));
     return counts.failed;
 }
 
 int wholeTreeStatus() {
+    const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
     std::optional<Store> store = Store::openExisting();
     if (!store) {
         return static_cast<int>(ScanStatus::kNever);
     }
-    const ScanState scan = store->scan();
-    const bool isDead = scan.status == ScanStatus::kRunning && !isAlive(scan.process);
-    return static_cast<int>(isDead ? ScanStatus::kInterrupted : scan.status);
+    const ScanStatus status = store->scan().status;
+    const bool isDead = status == ScanStatus::kRunning && !directory->isScanLocked();
+    return static_cast<int>(isDead ? ScanStatus::kInterrupted : status);
 }

@@ -15,14 +15,16 @@ namespace {
 
 constexpr const char* kAttributeName = "security.zorv";
 
-// Linux 6.13 has calls that take a directory and a name; the C library may not know them yet. Their numbers
-// and the argument block are the same on every architecture that got its calls after 2019.
+// Linux 6.13 has calls that take a directory and a name. Where the C library does not know them yet, these
+// are their numbers on every architecture but Alpha.
 #ifdef SYS_setxattrat
 constexpr long kSetXattrAt = SYS_setxattrat;
 constexpr long kGetXattrAt = SYS_getxattrat;
+constexpr long kRemoveXattrAt = SYS_removexattrat;
 #else
 constexpr long kSetXattrAt = 463;
 constexpr long kGetXattrAt = 464;
+constexpr long kRemoveXattrAt = 466;
 #endif
 
 struct XattrArguments {
@@ -84,4 +86,13 @@ int setLabelAt(int directory, const char* name, const void* bytes, size_t size) 
     }
     const PinnedEntry entry(directory, name);
     return entry.descriptor ? setxattr(entry.path.data(), kAttributeName, bytes, size, 0) : -1;
+}
+
+int removeLabelAt(int directory, const char* name) {
+    if (kernelHasCalls()) {
+        return static_cast<int>(
+            syscall(kRemoveXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kAttributeName));
+    }
+    const PinnedEntry entry(directory, name);
+    return entry.descriptor ? removexattr(entry.path.data(), kAttributeName) : -1;
 }

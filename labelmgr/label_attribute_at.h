@@ -7,4 +7,5 @@
 // itself. One component at most is looked up. As the attribute calls of the system: a size or 0, else -1 and
 // errno.
 ssize_t getLabelAt(int directory, const char* name, void* buffer, size_t size);
+int removeLabelAt(int directory, const char* name);  // not for the empty name
 int setLabelAt(int directory, const char* name, const void* bytes, size_t size);

@@ -15,6 +15,7 @@
 #include "labelmgr/lookups.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/packages.h"
+#include "labelmgr/pinned_file.h"
 #include "labelmgr/policy_items.h"
 #include "labelmgr/user_values.h"
 #include "log/logger.h"
@@ -22,6 +23,7 @@
 namespace {
 
 constexpr int kFailed = -1;
+constexpr uint32_t kMaximumInheritFlag = 7;
 
 // Runs one operation of the port: its failure is logged once, under the operation's name, and becomes a
 // status.
@@ -35,7 +37,16 @@ int statusOf(const char* operation, Work work) {
     }
 }
 
-// What an argument names: the file with its links resolved, or the pattern as it stands.
+// The pattern with the links in its directories before the first wildcard resolved, since it is matched with
+// canonical paths. A directory that is not there stays as it is.
+std::string resolvedPattern(const std::string& pattern) {
+    const std::string directory = getParentDirWithoutWildcard(pattern);
+    const std::string resolved = canonicalPathOfRecord(directory.c_str());
+    const size_t rest = directory == "/" ? 0 : directory.size();
+    return (resolved == "/" ? "" : resolved) + pattern.substr(rest);
+}
+
+// What an argument names: the file or the pattern, with links resolved.
 Target targetOf(Field field, const char* text, int patternMatch, std::string (*resolve)(const char*)) {
     if (patternMatch == 0) {
         return {field, false, resolve(text)};
@@ -43,7 +54,7 @@ Target targetOf(Field field, const char* text, int patternMatch, std::string (*r
     if (*text != '/' || !isPatternSafe(text)) {
         throw OperationError(text, "not a safe absolute pattern");
     }
-    return {field, true, text};
+    return {field, true, resolvedPattern(text)};
 }
 
 int setFileField(const char* operation, Field field, const char* path, int patternMatch,
@@ -86,7 +97,7 @@ int getFileField(const char* operation, Field field, const char* path, FieldValu
     return statusOf(operation, [&] {
         const std::string canonical = canonicalPath(path);
         finishChangesIfPermitted();
-        const LabelBytes bytes = readLabelBytes(canonical);
+        const LabelBytes bytes = PinnedFile(canonical).label();
         if (!bytes) {
             throw OperationError(canonical, "no label");
         }
@@ -221,6 +232,10 @@ int setFileTid(const char* path, uint32_t tid, int patternMatch) {
 }
 
 int setFileInheritFlag(const char* path, uint32_t flag, int patternMatch) {
+    if (flag > kMaximumInheritFlag) {
+        return statusOf(__func__,
+                        [path]() -> int { throw OperationError(path, "an inherit flag is 0 to 7"); });
+    }
     return setFileField(__func__, Field::kInheritFlag, path, patternMatch, {flag, 0, 0});
 }
 

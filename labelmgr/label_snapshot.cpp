@@ -39,11 +39,11 @@ std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::below(
     auto directory = std::make_shared<Directory>();
     for (const Field field : kFields) {
         const auto index = static_cast<size_t>(field);
-        directory->userPatterns.at(index) = candidatesBelow(parent->userPatterns.at(index), prefix);
+        directory->userPatterns.at(index) = candidatesFrom(parent->userPatterns.at(index), prefix);
     }
-    directory->tids = candidatesBelow(parent->tids, prefix);
-    directory->inheritFlags = candidatesBelow(parent->inheritFlags, prefix);
-    directory->excluded = candidatesBelow(parent->excluded, prefix);
+    directory->tids = candidatesFrom(parent->tids, prefix);
+    directory->inheritFlags = candidatesFrom(parent->inheritFlags, prefix);
+    directory->excluded = candidatesFrom(parent->excluded, prefix);
     return directory;
 }
 

@@ -5,13 +5,15 @@
 #include <stdexcept>
 #include <string>
 
+#include "labelmgr/escaped_text.h"
+
 // Why an operation of the label manager failed: the path or name concerned and the reason, as one line for
 // the log. Thrown inside labelmgr/ only; the port's functions log it once and answer a failed status.
 class OperationError : public std::runtime_error {
  public:
     using std::runtime_error::runtime_error;
     OperationError(const std::string& subject, const std::string& reason)
-        : std::runtime_error(subject + ": " + reason) {}
+        : std::runtime_error(asOneLine(subject) + ": " + reason) {}
 };
 
 // The system's reason for the call that just failed.
@@ -35,6 +37,12 @@ class FileGone : public OperationError {
 
 // The store cannot be opened as its journal needs it: the disk is full, the file system read-only or failing.
 class StoreUnwritable : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
+// Another process is changing the store.
+class StoreBusy : public OperationError {
  public:
     using OperationError::OperationError;
 };

@@ -6,35 +6,39 @@
 #include <string_view>
 
 #include "common/command.h"
+#include "labelmgr/operation_error.h"
 
 namespace {
 
 constexpr size_t kPieceLength = 1023;  // a longer line arrives from executeCommand in pieces of this length
 
 // What to ask a package database. Each text is a shell script with its arguments in $1 and on: the databases
-// answer "not found" with a failure and a complaint, and neither is one here.
+// answer "not found" with a failure and a complaint, and neither is one here. A line with a full stop ends a
+// good answer.
 struct PackageDatabase {
     const char* command;
-    const char* isInstalled;    // $1: a name. A line "installed" or nothing.
-    const char* listInstalled;  // A line a package.
-    const char* owners;     // $1: a path, $2: the same as a dpkg pattern. Lines that name the owners first.
-    const char* listFiles;  // A line " PACKAGE" before the lines of its paths, one a line.
+    const char* isInstalled;    // $1: a name. A line "installed" when it is.
+    const char* listInstalled;  // A line "installed NAME" for each that is.
+    const char*
+        owners;  // $1: a path, $2: the same as a dpkg pattern. Lines that begin with "OWNER, OWNER: ".
+    const char*
+        listFiles;  // A line of a tab and a package before the lines of its paths, each after a blank.
 };
 
 constexpr PackageDatabase kDpkg = {
     "dpkg-query",
-    R"(dpkg-query -W -f '${db:Status-Status}\n' -- "$1" 2>/dev/null || [ $? -eq 1 ])",
-    R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null | sed -n 's/^installed //p')",
-    R"(dpkg-query -S -- "$2" 2>/dev/null || [ $? -eq 1 ])",
-    R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null)",
+    R"(dpkg-query -W -f '${db:Status-Status}\n' -- "$1" 2>/dev/null; [ $? -le 1 ] && echo . || :)",
+    R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null && echo . || :)",
+    R"(dpkg-query -S -- "$2" 2>/dev/null; [ $? -le 1 ] && echo . || :)",
+    R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null && echo . || :)",
 };
 
 constexpr PackageDatabase kRpm = {
     "rpm",
-    R"(rpm -q --qf 'installed\n' -- "$1" >/dev/null 2>&1 && echo installed || :)",
-    R"(rpm -qa --qf '%{NAME}\n' 2>/dev/null)",
-    R"(out=$(rpm -qf --qf '%{NAME}:\n' -- "$1" 2>/dev/null) && printf '%s\n' "$out" || :)",
-    R"(rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null)",
+    R"(rpm -q --qf 'installed\n' -- "$1" >/dev/null 2>&1 && echo installed; echo .)",
+    R"(rpm -qa --qf 'installed %{NAME}\n' 2>/dev/null && echo . || :)",
+    R"(out=$(rpm -qf --qf '%{NAME}: \n' -- "$1" 2>/dev/null) && printf '%s\n' "$out"; echo .)",
+    R"(rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
 };
 
 const PackageDatabase* packageDatabase() {
@@ -46,10 +50,26 @@ const PackageDatabase* packageDatabase() {
     return nullptr;
 }
 
-std::vector<std::string> ask(const char* script, const std::vector<std::string>& arguments) {
+std::vector<std::string> ask(const PackageDatabase& database, const char* script,
+                             const std::vector<std::string>& arguments) {
     std::vector<std::string> words = {"-c", std::string("export LC_ALL=C; ") + script, "sh"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    return executeCommand("/bin/sh", words);
+    std::vector<std::string> lines;
+    bool continues = false;
+    for (std::string& piece : executeCommand("/bin/sh", words)) {
+        const bool isCut = piece.size() == kPieceLength;
+        if (continues) {
+            lines.back().append(piece);
+        } else {
+            lines.push_back(std::move(piece));
+        }
+        continues = isCut;
+    }
+    if (lines.empty() || lines.back() != ".") {
+        throw OperationError(database.command, "the package database cannot be read");
+    }
+    lines.pop_back();
+    return lines;
 }
 
 // Keeps the databases' own wildcards and options out of a question about one name.
@@ -85,30 +105,24 @@ std::string nameBeforeMerge(const std::string& path) {
     return std::find(kMerged.begin(), kMerged.end(), first) != kMerged.end() ? rest : std::string();
 }
 
-// Empty stays empty.
-std::string withSlash(const std::string& path) {
-    return path.empty() || path.back() == '/' ? path : path + "/";
+bool isAtOrBelow(const std::string& path, const std::string& root) {
+    return root == "/" ||
+           (path.rfind(root, 0) == 0 && (path.size() == root.size() || path[root.size()] == '/'));
 }
 
-bool isAtOrBelow(const std::string& path, const std::string& prefix) {
-    return !prefix.empty() && (path.rfind(prefix, 0) == 0 || path + "/" == prefix);
-}
-
-// "a, b:arch: /path" names the owners a and b; dpkg's own remarks about diversions name nobody.
+// "a, b:arch: /path" names the owners a and b. Remarks about diversions name nobody.
 std::string smallestOwner(const std::vector<std::string>& lines) {
     std::string smallest;
     for (const std::string& line : lines) {
         const size_t end = line.find(": ");
-        const bool isRpm = end == std::string::npos && !line.empty() && line.back() == ':';
-        if ((end == std::string::npos && !isRpm) || line.rfind("diversion by ", 0) == 0) {
-            continue;
-        }
-        std::string_view names = std::string_view(line).substr(0, isRpm ? line.size() - 1 : end);
+        std::string_view names = end != std::string::npos ? std::string_view(line).substr(0, end) : "";
         while (!names.empty()) {
             const size_t comma = names.find(", ");
             const std::string_view name = names.substr(0, comma);
             const std::string bare(name.substr(0, name.find(':')));
-            smallest = smallest.empty() ? bare : std::min(smallest, bare);
+            if (isPackageName(bare) && (smallest.empty() || bare < smallest)) {
+                smallest = bare;
+            }
             names = comma == std::string_view::npos ? std::string_view() : names.substr(comma + 2);
         }
     }
@@ -122,13 +136,23 @@ bool isPackageInstalled(const std::string& name) {
     if (database == nullptr || !isPackageName(name)) {
         return false;
     }
-    const std::vector<std::string> lines = ask(database->isInstalled, {name});
+    const std::vector<std::string> lines = ask(*database, database->isInstalled, {name});
     return std::find(lines.begin(), lines.end(), "installed") != lines.end();
 }
 
 std::vector<std::string> installedPackages() {
+    constexpr std::string_view kInstalled = "installed ";
+    std::vector<std::string> names;
     const PackageDatabase* database = packageDatabase();
-    return database != nullptr ? ask(database->listInstalled, {}) : std::vector<std::string>();
+    if (database == nullptr) {
+        return names;
+    }
+    for (const std::string& line : ask(*database, database->listInstalled, {})) {
+        if (line.rfind(kInstalled, 0) == 0) {
+            names.push_back(line.substr(kInstalled.size()));
+        }
+    }
+    return names;
 }
 
 std::string packageOwning(const std::string& path) {
@@ -137,8 +161,10 @@ std::string packageOwning(const std::string& path) {
         return {};
     }
     for (const std::string& name : {path, nameBeforeMerge(path)}) {
-        std::string owner =
-            name.empty() ? std::string() : smallestOwner(ask(database->owners, {name, asDpkgPattern(name)}));
+        std::string owner;
+        if (!name.empty()) {
+            owner = smallestOwner(ask(*database, database->owners, {name, asDpkgPattern(name)}));
+        }
         if (!owner.empty()) {
             return owner;
         }
@@ -152,24 +178,16 @@ PackageOwners PackageOwners::load(const std::string& root) {
     if (database == nullptr) {
         return owners;
     }
-    const std::string prefix = withSlash(root);
-    const std::string prefixBeforeMerge = withSlash(nameBeforeMerge(root));
     std::string package;
-    std::string line;
-    for (const std::string& piece : ask(database->listFiles, {})) {
-        line.append(piece);
-        if (piece.size() == kPieceLength) {
-            continue;
-        }
+    for (const std::string& line : ask(*database, database->listFiles, {})) {
         if (line.rfind('\t', 0) == 0) {
             package = line.substr(1);
         } else if (line.rfind(" /", 0) == 0) {
-            line.erase(0, 1);
-            if (isAtOrBelow(line, prefix) || isAtOrBelow(line, prefixBeforeMerge)) {
-                owners.add(line, package);
+            const std::string path = line.substr(1);
+            if (isAtOrBelow(path, root) || isAtOrBelow("/usr" + path, root)) {
+                owners.add(path, package);
             }
         }
-        line.clear();
     }
     return owners;
 }

@@ -1,11 +1,13 @@
 #include "labelmgr/pattern_files.h"
 
+#include <cerrno>
 #include <sys/stat.h>
 
 #include "common/wildcard.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/pattern_rules.h"
 #include "labelmgr/tree_walk.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -13,14 +15,9 @@ class MatchCollector : public TreeVisitor {
  public:
     explicit MatchCollector(const std::string& pattern) : rule{pattern, true} {}
 
-    // A directory that can hold no match is not opened, and may be one itself.
     std::shared_ptr<const WalkState> enter(const std::string& path,
                                            const std::shared_ptr<const WalkState>& parent) override {
-        if (rule.canMatchBelow(path + "/")) {
-            return parent;
-        }
-        collect(path);
-        return nullptr;
+        return rule.canMatchFrom(path + "/") ? parent : nullptr;
     }
 
     bool visit(const WalkEntry& entry, const WalkState& /*state*/) override {
@@ -28,7 +25,9 @@ class MatchCollector : public TreeVisitor {
         return false;
     }
 
-    void fail(const std::string& path, int reason) override { throw systemError(path, reason); }
+    void fail(const std::string& path, int reason) override {
+        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+    }
 
     std::vector<std::string> matches;
 
@@ -45,7 +44,11 @@ class MatchCollector : public TreeVisitor {
 std::vector<std::string> collect(const std::string& root, const std::string& pattern) {
     MatchCollector collector(pattern);
     struct stat status {};
-    if (lstat(root.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+    if (lstat(root.c_str(), &status) != 0) {
+        if (errno != ENOENT && errno != ENOTDIR) {
+            throw systemError(root);
+        }
+    } else if (S_ISDIR(status.st_mode)) {
         TreeWalk(collector, 1).run(root, std::make_shared<WalkState>());
     }
     return collector.matches;

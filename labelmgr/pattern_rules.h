@@ -15,14 +15,14 @@ struct PatternRule {
     std::string pattern;
     Value value;
 
-    // False when no path below the directory can match, seen from the pattern's text before its first
-    // wildcard. `prefix` is the directory's path with one slash at its end.
-    bool canMatchBelow(std::string_view prefix) const {
+    // False when neither a directory nor a path below it can match, seen from the pattern's text before its
+    // first wildcard. `prefix` is the directory's path with one slash at its end.
+    bool canMatchFrom(std::string_view prefix) const {
         const size_t wildcard = pattern.find_first_of("*?");
         const std::string_view literal = std::string_view(pattern).substr(0, wildcard);
         const size_t common = std::min(literal.size(), prefix.size());
         return literal.substr(0, common) == prefix.substr(0, common) &&
-               (wildcard != std::string::npos || literal.size() > prefix.size());
+               (wildcard != std::string::npos || literal.size() + 1 >= prefix.size());
     }
 };
 
@@ -43,10 +43,10 @@ CandidateRules<Value> allOf(const PatternRules<Value>& rules) {
 }
 
 template <typename Value>
-CandidateRules<Value> candidatesBelow(const CandidateRules<Value>& candidates, std::string_view prefix) {
+CandidateRules<Value> candidatesFrom(const CandidateRules<Value>& candidates, std::string_view prefix) {
     CandidateRules<Value> kept;
     std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(kept),
-                 [prefix](const PatternRule<Value>* rule) { return rule->canMatchBelow(prefix); });
+                 [prefix](const PatternRule<Value>* rule) { return rule->canMatchFrom(prefix); });
     return kept;
 }
 

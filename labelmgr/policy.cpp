@@ -18,13 +18,13 @@ constexpr const char* kDefaultPolicy = "/etc/zorv/label/policy.conf";
 
 using Section = std::unordered_map<std::string, std::string>;
 
-// False when there is no policy file.
-bool requireUsable(const std::string& path) {
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+// No descriptor when there is no policy file.
+UniqueFd openTrusted(const std::string& path) {
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
         if (errno == ENOENT) {
-            return false;
+            return {};
         }
         throw systemError(path);
     }
@@ -32,7 +32,16 @@ bool requireUsable(const std::string& path) {
         throw OperationError(path, "refused: not a regular file");
     }
     requireTrusted(path, status.st_uid, status.st_mode);
-    return true;
+    return file;
+}
+
+// The file that was looked at, whatever has its name by now.
+std::string nameOf(const UniqueFd& file) {
+    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+    if (access(name.c_str(), R_OK) != 0) {
+        throw systemError(name);
+    }
+    return name;
 }
 
 std::optional<uint32_t> parseHexadecimal(const std::string& text) {
@@ -80,10 +89,11 @@ uint32_t valueFor(const PatternRules<uint32_t>& rules, const std::string& path) 
 Policy Policy::load() {
     Policy policy;
     const std::string path = configuredPath("ZORV_LABEL_POLICY_FILE", kDefaultPolicy);
-    if (!requireUsable(path)) {
+    const UniqueFd file = openTrusted(path);
+    if (!file) {
         return policy;
     }
-    auto sections = parseConfig(path);
+    auto sections = parseConfig(nameOf(file));
     policy.tids = readRules(path, "tid", sections["tid"], isAnyTid);
     policy.inheritFlags = readRules(path, "inherit_flag", sections["inherit_flag"], isInheritFlag);
     for (const auto& [pattern, ignored] : sections["exclude"]) {

@@ -29,6 +29,9 @@ Kind kindOf(const std::string& name) {
 
 // A path that is not there stands for itself.
 std::vector<std::string> pathsOf(const std::string& item) {
+    if (item.empty()) {
+        throw OperationError("policy item", "empty");
+    }
     if (!containsWildcard(item)) {
         return {canonicalPathOfRecord(item.c_str())};
     }
@@ -44,7 +47,7 @@ std::vector<std::string> pathsOf(const std::string& item) {
 
 class OidFinder {
  public:
-    explicit OidFinder(Store* storeIfAny) : store(storeIfAny), deriver(storeIfAny, kManyFiles) {}
+    explicit OidFinder(Store* storeIfAny) : store(storeIfAny), deriver(storeIfAny, OwnerLookup::kAllAtOnce) {}
 
     ZORV_ID package(const std::string& name) const { return {packageIdOf(store, name), 0, 0}; }
 
@@ -57,8 +60,6 @@ class OidFinder {
     }
 
  private:
-    static constexpr size_t kManyFiles = 1000;
-
     Store* store;
     LabelDeriver deriver;
 };

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
@@ -18,6 +19,7 @@ constexpr const char* kDefaultDirectory = "/var/lib/zorv/label";
 constexpr const char* kDatabaseName = "label.db";
 constexpr const char* kJournalName = "label.db-wal";
 constexpr const char* kLockName = "label.lock";
+constexpr const char* kScanLockName = "label.scan";
 constexpr mode_t kParentMode = 0755;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
@@ -64,6 +66,10 @@ std::string StateDirectory::configured() {
     return configuredPath("ZORV_LABEL_STATE_DIR", kDefaultDirectory);
 }
 
+bool StateDirectory::isLock(const char* fileName) {
+    return std::strcmp(fileName, kLockName) == 0;
+}
+
 std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
     const std::string path = configured();
     UniqueFd descriptor = openDirectory(path);
@@ -79,7 +85,11 @@ std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
         throw systemError(path);
     }
     requireTrusted(path, status.st_uid, status.st_mode);
-    return StateDirectory(path, std::move(descriptor));
+    const UniqueText resolved(realpath(path.c_str(), nullptr));  // SQLite refuses links anywhere in a path
+    if (!resolved) {
+        throw systemError(path);
+    }
+    return StateDirectory(resolved.get(), std::move(descriptor));
 }
 
 std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
@@ -106,12 +116,34 @@ std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
     return file;
 }
 
+std::optional<StateDirectory::FileIdentity> StateDirectory::databaseIdentity() const {
+    struct stat status {};
+    if (fstatat(descriptor.get(), kDatabaseName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity(status.st_dev, status.st_ino);
+}
+
 UniqueFd StateDirectory::lockForWriting(std::chrono::steady_clock::time_point deadline) const {
     return lockFile(O_RDWR | O_CREAT, LOCK_EX, deadline);
 }
 
 UniqueFd StateDirectory::lockForReading(std::chrono::steady_clock::time_point deadline) const {
     return lockFile(O_RDONLY, LOCK_SH, deadline);
+}
+
+std::optional<UniqueFd> StateDirectory::lockForScan() const {
+    UniqueFd lock(
+        openat(descriptor.get(), kScanLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+    if (!lock) {
+        throw systemError(path + "/" + kScanLockName);
+    }
+    return flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? std::optional(std::move(lock)) : std::nullopt;
+}
+
+bool StateDirectory::isScanLocked() const {
+    const UniqueFd lock(openat(descriptor.get(), kScanLockName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    return lock && flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 bool StateDirectory::hasJournal() const {
@@ -131,7 +163,7 @@ UniqueFd StateDirectory::lockFile(int openFlags, int operation,
             throw systemError(file);
         }
         if (std::chrono::steady_clock::now() >= deadline) {
-            throw OperationError(file, "another change holds the store");
+            throw StoreBusy(file, "another change holds the store");
         }
         std::this_thread::sleep_for(kRetryPause);
     }

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <sys/types.h>
+#include <utility>
 
 #include "common/posix_handles.h"
 
@@ -20,6 +22,8 @@ class StateDirectory {
     enum class IfMissing { kAnswerNothing, kCreate };
 
     static std::string configured();
+    // Whether a file of the directory is the writers' lock.
+    static bool isLock(const char* fileName);
 
     // Opens it. Nothing when it is not there and is not to be created; OperationError when it cannot be used.
     static std::optional<StateDirectory> open(IfMissing ifMissing);
@@ -27,11 +31,19 @@ class StateDirectory {
     // The database's path. Nothing when it is not there and is not to be created (empty, mode 0600).
     std::optional<std::string> database(IfMissing ifMissing) const;
 
+    // What tells the database from another one in its place; nothing when it is not there.
+    using FileIdentity = std::pair<dev_t, ino_t>;
+    std::optional<FileIdentity> databaseIdentity() const;
+
     // The lock that all writers of the store take for the whole of a change. The kernel releases it with the
     // process, so whoever holds it knows that a change that it finds unfinished has nobody left to finish it.
     UniqueFd lockForWriting(std::chrono::steady_clock::time_point deadline) const;
     // Keeps writers out, beside any number of readers. Writes nothing.
     UniqueFd lockForReading(std::chrono::steady_clock::time_point deadline) const;
+
+    // The lock that a labelling of the whole system holds as long as it runs; nothing when another one does.
+    std::optional<UniqueFd> lockForScan() const;
+    bool isScanLocked() const;
 
     // Whether the database has a journal beside it that is part of its contents.
     bool hasJournal() const;

@@ -1,35 +1,34 @@
 #include "labelmgr/store.h"
 
-#include <array>
-#include <cstdio>
-
+#include "labelmgr/escaped_text.h"
 #include "labelmgr/operation_error.h"
 
 namespace {
 
-constexpr std::chrono::seconds kBusyTimeout{10};
 constexpr int64_t kSchemaVersion = 1;
 
 // Targets, names and messages are bytes. An order is never used twice, so that "set last" outlives deletions.
-constexpr const char* kSchema[] = {
-    "CREATE TABLE user_value("
-    " set_order INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL,"
-    " UNIQUE(field, is_pattern, target)) STRICT",
-    "CREATE TABLE pending_change("
-    " id INTEGER PRIMARY KEY, operation BLOB NOT NULL,"
-    " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " previous_order INTEGER NOT NULL,"  // 0: there was no value
-    " package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT",
-    "CREATE TABLE package_id(name BLOB PRIMARY KEY, id INTEGER NOT NULL) STRICT, WITHOUT ROWID",
-    "CREATE TABLE change_feed(sequence INTEGER PRIMARY KEY AUTOINCREMENT, message BLOB NOT NULL) STRICT",
-    // One row at most: the last labelling of the whole system.
-    "CREATE TABLE scan(state INTEGER NOT NULL, process INTEGER NOT NULL, start_time INTEGER NOT NULL) STRICT",
-    // What was changed while it ran.
-    "CREATE TABLE scan_change(field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
-    " UNIQUE(field, is_pattern, target)) STRICT",
-};
+constexpr const char* kSchema = R"(
+CREATE TABLE user_value(
+    set_order INTEGER PRIMARY KEY AUTOINCREMENT,
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL,
+    UNIQUE(field, is_pattern, target)) STRICT;
+CREATE TABLE pending_change(
+    id INTEGER PRIMARY KEY, operation BLOB NOT NULL,
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    previous_order INTEGER NOT NULL,  -- 0: there was no value
+    package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT;
+CREATE TABLE package_id(name BLOB PRIMARY KEY, id INTEGER NOT NULL) STRICT, WITHOUT ROWID;
+CREATE TABLE change_feed(sequence INTEGER PRIMARY KEY AUTOINCREMENT, message BLOB NOT NULL) STRICT;
+-- One row at most: the last labelling of the whole system.
+CREATE TABLE scan(state INTEGER NOT NULL, process INTEGER NOT NULL) STRICT;
+-- What was changed while it ran.
+CREATE TABLE scan_change(
+    field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
+    UNIQUE(field, is_pattern, target)) STRICT;
+PRAGMA user_version = 1;
+)";
 
 int64_t toStored(uint64_t number) {
     return static_cast<int64_t>(number);
@@ -58,25 +57,10 @@ UserValue readUserValue(const Statement& statement, int firstColumn) {
     return value;
 }
 
-std::string asOneWord(std::string_view bytes) {
-    std::string word;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte > 0x20 && byte != 0x7f && byte != '\\') {
-            word.push_back(c);
-            continue;
-        }
-        std::array<char, 5> escaped{};
-        std::snprintf(escaped.data(), escaped.size(), "\\%03o", unsigned{byte});
-        word.append(escaped.data());
-    }
-    return word;
-}
-
 }  // namespace
 
 std::optional<Store> Store::openExisting() {
-    const auto deadline = Database::Clock::now() + kBusyTimeout;
+    const auto deadline = Database::Clock::now() + kPatience;
     const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
     const auto file =
         directory ? directory->database(StateDirectory::IfMissing::kAnswerNothing) : std::nullopt;
@@ -101,8 +85,8 @@ std::optional<Store> Store::openExisting() {
     }
 }
 
-Store Store::openForWriting() {
-    const auto deadline = Database::Clock::now() + kBusyTimeout;
+Store Store::openForWriting(std::chrono::seconds patience) {
+    const auto deadline = Database::Clock::now() + patience;
     const auto directory = StateDirectory::open(StateDirectory::IfMissing::kCreate);
     UniqueFd lock = directory->lockForWriting(deadline);
     const auto file = directory->database(StateDirectory::IfMissing::kCreate);
@@ -114,10 +98,13 @@ Store Store::openForWriting() {
 Store::Store(const std::string& databasePath, Database::Mode mode, Database::Clock::time_point deadline,
              UniqueFd fileLock)
     : lock(std::move(fileLock)), database(databasePath, mode, deadline) {
-    if (schemaVersion() > kSchemaVersion) {
+    Statement look = database.prepare(  // one statement, so that no writer comes in between
+        "SELECT user_version, (SELECT count(*) FROM sqlite_schema) FROM pragma_user_version");
+    look.step();
+    if (look.integer(0) > kSchemaVersion) {
         throw OperationError(databasePath, "refused: written by a newer version of this library");
     }
-    if (schemaVersion() == 0 && database.number("SELECT count(*) FROM sqlite_schema") != 0) {
+    if (look.integer(0) == 0 && look.integer(1) != 0) {
         throw OperationError(databasePath, "refused: not a label store");
     }
 }
@@ -132,10 +119,7 @@ void Store::createSchema() {
     }
     database.execute("PRAGMA journal_mode = WAL");
     Transaction transaction = begin();
-    for (const char* table : kSchema) {
-        database.execute(table);
-    }
-    database.execute("PRAGMA user_version = 1");
+    database.executeAll(kSchema);
     transaction.commit();
 }
 
@@ -231,11 +215,11 @@ void Store::addPendingChange(const PendingChange& change) {
 }
 
 ScanState Store::scan() {
-    Statement statement = database.prepare("SELECT state, process, start_time FROM scan");
+    Statement statement = database.prepare("SELECT state, process FROM scan");
     ScanState scan;
     if (statement.step()) {
         scan.status = static_cast<ScanStatus>(statement.integer(0));
-        scan.process = {statement.integer(1), statement.integer(2)};
+        scan.process = statement.integer(1);
     }
     return scan;
 }
@@ -243,10 +227,9 @@ ScanState Store::scan() {
 void Store::setScan(const ScanState& scan) {
     database.execute("DELETE FROM scan");
     database.execute("DELETE FROM scan_change");
-    database.prepare("INSERT INTO scan(state, process, start_time) VALUES(?, ?, ?)")
+    database.prepare("INSERT INTO scan(state, process) VALUES(?, ?)")
         .bind(static_cast<int64_t>(scan.status))
-        .bind(scan.process.id)
-        .bind(scan.process.startTime)
+        .bind(scan.process)
         .run();
 }
 

@@ -39,18 +39,12 @@ struct PackageId {
     uint64_t id = 0;
 };
 
-// A process, told apart from later ones of the same id.
-struct ProcessIdentity {
-    int64_t id = 0;
-    int64_t startTime = 0;  // in clock ticks since the system started
-};
-
 // The numbers are what the port answers.
 enum class ScanStatus { kNever = 0, kRunning = 1, kComplete = 2, kInterrupted = 3 };
 
 struct ScanState {
     ScanStatus status = ScanStatus::kNever;
-    ProcessIdentity process;
+    int64_t process = 0;
 };
 
 struct FeedMessage {
@@ -62,8 +56,10 @@ class Store {
  public:
     // For reading: nothing where nothing was ever set. Works on a full or read-only file system, too.
     static std::optional<Store> openExisting();
-    // For writing: creates what is missing and waits for other writers, 10 s at most.
-    static Store openForWriting();
+    // How long to wait for other processes before an operation fails.
+    static constexpr std::chrono::seconds kPatience{10};
+    // For writing: creates what is missing and waits for other writers. StoreBusy when they do not let go.
+    static Store openForWriting(std::chrono::seconds patience = kPatience);
 
     Transaction begin() { return Transaction(database); }
     // A new connection under the same lock, for when the present one has been left unusable by a failure.
@@ -96,9 +92,7 @@ class Store {
     // False when the name had none.
     bool removePackageId(std::string_view name);
 
-    // Adds a message to the change feed, which keeps the newest 100,000. Blanks, control characters and
-    // backslashes in the target are written as a backslash and three octal digits, so that a message is one
-    // line of four words.
+    // Adds a message of four words to the change feed, which keeps the newest 100,000.
     void addMessage(std::string_view topic, std::string_view operation, std::string_view target,
                     std::string_view value);
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <exception>
 #include <fcntl.h>
 #include <new>
 #include <sys/resource.h>
@@ -64,35 +65,53 @@ void TreeWalk::run(const std::string& root, const std::shared_ptr<const WalkStat
     directory->state = rootState;
 
     unfinished = 1;
-    std::vector<std::thread> workers;
+    waiting.clear();
+    std::vector<std::jthread> workers;
     try {
         for (unsigned int i = 1; i < threads; ++i) {
             workers.emplace_back([this] { work(); });
         }
     } catch (const std::system_error&) {  // no more threads to be had: fewer do it, too
-        threads = static_cast<unsigned int>(workers.size()) + 1;
     }
-    read(directory);
+    attempt(root, [&] { read(directory); });
     directory.reset();
     finishItem();
     work();
-    for (std::thread& worker : workers) {
-        worker.join();
+    workers.clear();
+    if (failure) {
+        std::rethrow_exception(failure);
     }
 }
 
 void TreeWalk::work() {
     Waiting item;
     while (next(item)) {
-        try {
+        attempt(item.name, [&] {
             if (const std::shared_ptr<const Directory> directory = open(item)) {
                 item.parent.reset();
                 read(directory);
             }
-        } catch (const std::bad_alloc&) {
-            visitor.fail(item.name, ENOMEM);
-        }
+        });
+        item.parent.reset();
         finishItem();
+    }
+}
+
+// Nothing may leave a thread. A lack of memory costs one directory; anything else ends the walk with the
+// first failure.
+template <typename Work>
+void TreeWalk::attempt(const std::string& name, Work work) {
+    try {
+        try {
+            work();
+        } catch (const std::bad_alloc&) {
+            visitor.fail(name, ENOMEM);
+        }
+    } catch (...) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (!failure) {
+            failure = std::current_exception();
+        }
     }
 }
 

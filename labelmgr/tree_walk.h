@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,6 +66,8 @@ class TreeWalk {
     };
 
     void work();
+    template <typename Work>
+    void attempt(const std::string& name, Work work);
     bool next(Waiting& item);
     void finishItem();
     void addWaiting(std::vector<Waiting>& items);
@@ -82,4 +85,5 @@ class TreeWalk {
     std::condition_variable changed;
     std::vector<Waiting> waiting;  // taken from the end, which keeps the list and the open directories few
     size_t unfinished = 0;         // waiting or being read
+    std::exception_ptr failure;
 };

@@ -12,13 +12,10 @@
 // neither.
 //
 // A change is two transactions under the store's writer lock. The first records it, and beside it, as
-// pending, what it replaces. The second brings the attributes in line with the records, adds the messages and
-// drops the pending rows. A process that dies in between leaves pending rows, which the next one to open the
-// store finishes before its own work; so it does with the changes that a labelling of the whole system which
-// died may have overwritten. When an attribute cannot be written, the files already done and the records go
-// back to what they were.
+// pending, what it replaces; the second is pending_changes' affair. A process that dies in between leaves
+// pending rows, which the next one to open the store sees to before its own work.
 //
-// Failures throw OperationError.
+// Failures throw OperationError, and leave nothing changed.
 
 // For changing: everything that was left unfinished is finished.
 Store openUserValues();
@@ -39,7 +36,3 @@ std::vector<std::pair<Target, UserValue>> findUserValues(Store& store, const Tar
 
 // Writes the label of a canonical path anew and answers its text.
 std::string restoreLabel(const std::string& path, UserValues userValues);
-
-// Ends a labelling of the whole system: changes that were made while it ran hold again, and what came of it
-// is kept.
-void endScan(Store& store, const ScanState& scan, const std::string& root, const std::string& summary);

@@ -84,6 +84,7 @@ interrupt() { # SETUP COMMAND...
     points_of "${command[@]}" >"$work/points"
     after=$(state)
     while read -r name number; do
+        case $name in syscall_0x*) name=$((${name#syscall_})) ;; esac # one that strace knows by its number only
         saved_start "$setup"
         injected "$name:signal=SIGKILL:when=$number"
         now=$(state)

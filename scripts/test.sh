@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs what is needed, builds and passes the tests. Usage: test.sh [PRESET...]
-# Without an argument everything that a change must pass: formatting, both compilers, the linter, the sanitizers.
+# Without an argument everything that a change must pass: formatting, both compilers, the linter, the fuzz targets on
+# their seeds, the sanitizers.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -12,7 +13,7 @@ if [ $# -eq 0 ]; then
     echo "test: clang++ and clang-tidy"
     scripts/build.sh tidy
     cmake --build --preset tidy --target docs
-    set -- asan dev
+    set -- fuzz asan dev
 fi
 for preset in "$@"; do
     echo "test: $preset"

@@ -54,9 +54,8 @@ F | @/loop/*          |             | ERROR [findFirstValidParentDir] filesystem
             return replaceAll(replaceAll(row[column], "@", tree.path()), "%",
                               "status: Too many levels of symbolic links ");
         };
-        const auto function = row[0] == "R"   ? getRealPath
-                              : row[0] == "L" ? getLinkRealPath
-                                              : findFirstValidParentDir;
+        const auto otherThanFirst = row[0] == "L" ? getLinkRealPath : findFirstValidParentDir;
+        const auto function = row[0] == "R" ? getRealPath : otherThanFirst;
         EXPECT_EQ(function(cell(1)), cell(2)) << row[0] << row[1];
         EXPECT_EQ(log.take(), Lines(row[3].empty() ? 0 : 1, cell(3))) << row[0] << row[1];
     }
@@ -131,13 +130,18 @@ TEST(TraverseDirectory, ListsBreadthFirst) {
     const TemporaryTree tree;
     tree.file("root/file");
     tree.file("root/d/e/file");
+    tree.file("root/z/y/file");
     tree.link("root/d/link", "e");
     const std::string alias = tree.link("alias", "root");
     ASSERT_EQ(mkfifo(tree.path("root/fifo").c_str(), 0600), 0);
     Lines found = {"kept"};
     EXPECT_EQ(traverseDirectory(tree.path("//alias/"), found), 0);
-    EXPECT_THAT(found, ElementsAre("kept", alias, alias + "/file", alias + "/d", alias + "/d/link",
-                                   alias + "/d/e", alias + "/d/e/file"));
+    const auto at = [&](const char* name) {
+        return std::find(found.begin(), found.end(), alias + name) - found.begin();
+    };
+    EXPECT_TRUE(found.size() == 10 && at("") == 1 && at("/file") == 2 && at("/d/link") == at("/d") + 1);
+    EXPECT_TRUE(at("/d") < at("/z/y") && at("/z") < at("/d/e") && at("/z/y/file") == at("/z/y") + 1 &&
+                at("/d/e/file") < 10);
 }
 
 TEST(TraverseDirectory, SaysWhatItCannotUse) {

@@ -399,6 +399,7 @@ std::string restoreSingleFileInitLabel(const std::string& path) {
 int addTagFullSystem(const char* root, const std::vector<std::string>& skip) {
     return statusOf(__func__, [&] {
         std::vector<std::string> skipped;
+        skipped.reserve(skip.size());
         for (const std::string& path : skip) {
             skipped.push_back(canonicalPathOfRecord(path.c_str()));
         }

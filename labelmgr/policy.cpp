@@ -1,13 +1,16 @@
 #include "labelmgr/policy.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <fcntl.h>
 #include <optional>
+#include <sstream>
 #include <sys/stat.h>
 #include <unordered_map>
 
 #include "common/config_file.h"
+#include "common/string_utils.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/state_directory.h"
 #include "log/logger.h"
@@ -17,6 +20,7 @@ namespace {
 constexpr const char* kDefaultPolicy = "/etc/zorv/label/policy.conf";
 
 using Section = std::unordered_map<std::string, std::string>;
+using ConfigTable = std::unordered_map<std::string, Section>;
 
 // No descriptor when there is no policy file.
 UniqueFd openTrusted(const std::string& path) {
@@ -35,13 +39,30 @@ UniqueFd openTrusted(const std::string& path) {
     return file;
 }
 
-// The file that was looked at, whatever has its name by now.
-std::string nameOf(const UniqueFd& file) {
-    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
-    if (access(name.c_str(), R_OK) != 0) {
-        throw systemError(name);
+bool hasSection(const UniqueFd& file) {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    ssize_t size = 0;
+    while ((size = read(file.get(), buffer.data(), buffer.size())) > 0) {
+        text.append(buffer.data(), static_cast<size_t>(size));
     }
-    return name;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (trim(line).rfind('[', 0) == 0) {
+            return true;
+        }
+    }
+    return size < 0;
+}
+
+// Reads the file that was looked at, whatever has its name by now. parseConfig answers nothing for a file
+// that it cannot open, which must not pass for a policy without rules.
+ConfigTable readTrusted(const UniqueFd& file, const std::string& path) {
+    ConfigTable sections = parseConfig("/proc/self/fd/" + std::to_string(file.get()));
+    if (sections.empty() && hasSection(file)) {
+        throw OperationError(path, "cannot be read");
+    }
+    return sections;
 }
 
 std::optional<uint32_t> parseHexadecimal(const std::string& text) {
@@ -93,7 +114,7 @@ Policy Policy::load() {
     if (!file) {
         return policy;
     }
-    auto sections = parseConfig(nameOf(file));
+    ConfigTable sections = readTrusted(file, path);
     policy.tids = readRules(path, "tid", sections["tid"], isAnyTid);
     policy.inheritFlags = readRules(path, "inherit_flag", sections["inherit_flag"], isInheritFlag);
     for (const auto& [pattern, ignored] : sections["exclude"]) {

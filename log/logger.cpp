@@ -90,6 +90,7 @@ Logger& Logger::getInstance() {
 }
 
 Logger::Logger() : root(&log4cpp::Category::getRoot()) {
+    const int callersReason = errno;  // the first message may be about it
     try {
         const std::set<std::string> paths = getLogFilePathsFromConfig(kConfigPath);
         log4cpp::PropertyConfigurator::configure(kConfigPath);
@@ -102,6 +103,7 @@ Logger::Logger() : root(&log4cpp::Category::getRoot()) {
     } catch (const std::runtime_error&) {
         configureFallback(*root);
     }
+    errno = callersReason;
 }
 
 Logger::Logger(const std::string& configPath) : root(&log4cpp::Category::getRoot()) {

@@ -99,7 +99,7 @@ interrupt() { # SETUP COMMAND...
             [ "$now" = "$after" ] || fail "$name $number, ${errors[count % 5]}, but a success: $now"
         else
             [ "$now" = "$before" ] || fail "$name $number, ${errors[count % 5]}, a failure: $now"
-            grep -q "\[ERROR\].*/" "$log" || fail "$name $number, ${errors[count % 5]}: no reason in the log"
+            grep -q "\[ERROR\].*: " "$log" || fail "$name $number, ${errors[count % 5]}: no reason in the log"
         fi
     done <"$work/points"
     echo "${command[*]//$work/}: $count calls killed and failed, list and attributes agree after each"

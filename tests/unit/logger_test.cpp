@@ -1,5 +1,6 @@
 #include "log/logger.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <sys/stat.h>
@@ -67,6 +68,15 @@ TEST_F(LoggerTest, FallsBackToItsOwnFile) {
                          "[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\.[0-9]{3} [0-9]+ ", "TIME THREAD "),
               once + once);
     EXPECT_EQ(modeOf(kFallback), 0644U);
+}
+
+TEST_F(LoggerTest, LeavesItsFirstCallerTheReason) {
+    const auto build = [] {
+        errno = EROFS;
+        Logger::getInstance();
+        return errno == EROFS ? 0 : 1;
+    };
+    EXPECT_EQ(runInChild(build).status, 0);
 }
 
 TEST_F(LoggerTest, IsConfiguredByTheProperties) {

@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <unistd.h>
 
@@ -369,9 +371,17 @@ int getDeviceOid(const char* name, uint64_t* oid) {
     return lookUp(__func__, name, oid, deviceOid);
 }
 
-// The handle lives as long as the process.
+// The handles live as long as the process, which may end while one of its threads waits on one.
 void* createSubscriber() {
-    return new (std::nothrow) Subscriber;
+    Subscriber* subscriber = nullptr;
+    statusOf(__func__, [&] {
+        static std::mutex mutex;
+        static auto* const all = new std::deque<Subscriber>;
+        const std::lock_guard<std::mutex> lock(mutex);
+        subscriber = &all->emplace_back();
+        return 0;
+    });
+    return subscriber;
 }
 
 int subscribeLabelChangeMsg(void* subscriber, const std::string& topic) {

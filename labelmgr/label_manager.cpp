@@ -1,11 +1,7 @@
 #include "cli/label_manager.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <deque>
-#include <exception>
 #include <mutex>
-#include <new>
 #include <unistd.h>
 
 #include "common/wildcard.h"
@@ -16,28 +12,15 @@
 #include "labelmgr/full_scan.h"
 #include "labelmgr/lookups.h"
 #include "labelmgr/operation_error.h"
-#include "labelmgr/packages.h"
 #include "labelmgr/pinned_file.h"
 #include "labelmgr/policy_items.h"
+#include "labelmgr/port_support.h"
 #include "labelmgr/user_values.h"
 #include "log/logger.h"
 
 namespace {
 
-constexpr int kFailed = -1;
 constexpr uint32_t kMaximumInheritFlag = 7;
-
-// Runs one operation of the port: its failure is logged once, under the operation's name, and becomes a
-// status.
-template <typename Work>
-int statusOf(const char* operation, Work work) {
-    try {
-        return work();
-    } catch (const std::exception& failure) {
-        Logger::getInstance().error(operation, __LINE__, "%s", failure.what());
-        return kFailed;
-    }
-}
 
 // The pattern with the links in its directories before the first wildcard resolved, since it is matched with
 // canonical paths. A directory that is not there stays as it is.
@@ -117,26 +100,6 @@ int getFileNumber(const char* operation, Field field, const char* path, uint32_t
     return status;
 }
 
-template <typename Source, typename Fill>
-int answerRecords(const std::vector<Source>& sources, UserSetRecord** records, Fill fill) {
-    if (sources.empty()) {
-        return 0;
-    }
-    auto* answer = static_cast<UserSetRecord*>(std::calloc(sources.size(), sizeof(UserSetRecord)));
-    if (answer == nullptr) {
-        throw std::bad_alloc();
-    }
-    for (size_t i = 0; i < sources.size(); ++i) {
-        fill(sources[i], answer[i]);
-    }
-    *records = answer;
-    return static_cast<int>(sources.size());
-}
-
-void fillText(UserSetRecord& record, const std::string& text) {
-    text.copy(record.path, sizeof(record.path) - 1);
-}
-
 void fillUserValue(const std::pair<Target, UserValue>& source, UserSetRecord& record) {
     const FieldValue& value = source.second.value;
     fillText(record, source.first.text);
@@ -161,25 +124,11 @@ int queryFileField(const char* operation, Field field, const char* path, UserSet
     });
 }
 
-char* newText(const std::string& text) {
-    char* copy = strdup(text.c_str());
-    if (copy == nullptr) {
-        throw std::bad_alloc();
-    }
-    return copy;
-}
-
 Subscriber& subscriberOf(void* handle) {
     if (handle == nullptr) {
         throw OperationError("no subscriber");
     }
     return *static_cast<Subscriber*>(handle);
-}
-
-std::string hexadecimal(uint64_t number) {
-    Id id;
-    id.pkg_ = number;
-    return id.toString().substr(0, 16);
 }
 
 std::string labelTextOf(const char* operation, const std::string& path, UserValues userValues) {
@@ -255,108 +204,6 @@ int getFileTid(const char* path, uint32_t* tid) {
 
 int getFileInheritFlag(const char* path, uint32_t* flag) {
     return getFileNumber(__func__, Field::kInheritFlag, path, flag);
-}
-
-int setPkgId(const char* name, uint64_t id) {
-    return statusOf(__func__, [&] {
-        if (*name == '\0' || std::strlen(name) >= sizeof(UserSetRecord::path)) {
-            throw OperationError(name, "not a package name");
-        }
-        Store store = openUserValues();
-        Transaction transaction = store.begin();
-        store.setPackageId(name, id);
-        store.addMessage("package", "set_id", name, hexadecimal(id));
-        transaction.commit();
-        return 0;
-    });
-}
-
-int getPkgId(const char* name, uint64_t* id) {
-    return statusOf(__func__, [&] {
-        std::optional<Store> store = readUserValues();
-        const std::optional<uint64_t> set = store ? store->packageId(name) : std::nullopt;
-        if (!set && !isPackageInstalled(name)) {
-            throw OperationError(name, "no such package is installed");
-        }
-        *id = set ? *set : packageIdOfName(name);
-        return 0;
-    });
-}
-
-char* getPkgNameById(uint64_t id) {
-    char* answer = nullptr;
-    statusOf(__func__, [&] {
-        std::optional<Store> store = readUserValues();
-        std::map<std::string, uint64_t> ids;
-        for (const PackageId& set : store ? store->packageIds() : std::vector<PackageId>()) {
-            ids.emplace(set.name, set.id);
-            if (set.id == id) {
-                answer = newText(set.name);
-                return 0;
-            }
-        }
-        for (const std::string& name : installedPackages()) {
-            if (ids.count(name) == 0 && packageIdOfName(name) == id) {
-                answer = newText(name);
-                return 0;
-            }
-        }
-        throw OperationError(hexadecimal(id), "no package has this id");
-    });
-    return answer;
-}
-
-int delUserSetPkgId(const char* name) {
-    return statusOf(__func__, [&] {
-        std::optional<Store> store = changeExistingUserValues();
-        if (store) {
-            Transaction transaction = store->begin();
-            if (store->removePackageId(name)) {
-                store->addMessage("package", "del_id", name, hexadecimal(packageIdOfName(name)));
-                transaction.commit();
-                return 0;
-            }
-        }
-        throw OperationError(name, "no package id has been set");
-    });
-}
-
-int clearUserSetPkgId() {
-    return statusOf(__func__, [&] {
-        std::optional<Store> store = changeExistingUserValues();
-        if (!store) {
-            return 0;
-        }
-        Transaction transaction = store->begin();
-        for (const PackageId& set : store->packageIds()) {
-            store->removePackageId(set.name);
-            store->addMessage("package", "clear_id", set.name, hexadecimal(packageIdOfName(set.name)));
-        }
-        transaction.commit();
-        return 0;
-    });
-}
-
-int queryUserSetPkgId(const char* name, uint64_t* id) {
-    return statusOf(__func__, [&] {
-        std::optional<Store> store = readUserValues();
-        const std::optional<uint64_t> set = store ? store->packageId(name) : std::nullopt;
-        if (set) {
-            *id = *set;
-        }
-        return set ? 0 : kFailed;
-    });
-}
-
-int showUserSetPkgId(UserSetRecord** records) {
-    return statusOf(__func__, [&] {
-        std::optional<Store> store = readUserValues();
-        const auto fill = [](const PackageId& source, UserSetRecord& record) {
-            fillText(record, source.name);
-            record.values[0] = source.id;
-        };
-        return store ? answerRecords(store->packageIds(), records, fill) : 0;
-    });
 }
 
 int getLabelSetStatus() {

@@ -4,7 +4,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-"$root/scripts/build.sh" release
+"$root/scripts/build.sh" release zorv-label-manager-tool
 if [ "$(id -u)" -ne 0 ]; then
     echo "demo: run as root: labels live in the security namespace of extended attributes" >&2
     exit 1

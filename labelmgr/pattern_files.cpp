@@ -7,7 +7,6 @@
 #include "labelmgr/operation_error.h"
 #include "labelmgr/pattern_rules.h"
 #include "labelmgr/tree_walk.h"
-#include "log/logger.h"
 
 namespace {
 
@@ -25,9 +24,8 @@ class MatchCollector : public TreeVisitor {
         return false;
     }
 
-    void fail(const std::string& path, int reason) override {
-        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
-    }
+    // Ends the walk: what cannot be read may hold matches.
+    void fail(const std::string& path, int reason) override { throw systemError(path, reason); }
 
     std::vector<std::string> matches;
 

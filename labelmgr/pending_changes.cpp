@@ -160,7 +160,12 @@ bool hasComeToFiles(Store& store, const FileChanges& files) {
 
 void finishLeftChanges(Store& store) {
     const std::vector<PendingChange> changes = store.pendingChanges();
-    const FileChanges files = filesConcerned(store, changes);
+    FileChanges files;
+    try {
+        files = filesConcerned(store, changes);
+    } catch (const OperationError& failure) {  // not found out what to finish
+        ZORV_LOG(error, "an unfinished change was taken back: %s", failure.what());
+    }
     if (!hasComeToFiles(store, files)) {
         takeBackRecords(store);
         return;
@@ -188,8 +193,12 @@ void finishLeftChanges(Store& store) {
 void reapplyChangesDuringScan(Store& store) {
     std::vector<std::pair<Field, std::string>> files;
     for (const Target& target : store.changesDuringScan()) {
-        for (std::string& file : filesOf(target)) {
-            files.emplace_back(Field::kWholeLabel, std::move(file));
+        try {
+            for (std::string& file : filesOf(target)) {
+                files.emplace_back(Field::kWholeLabel, std::move(file));
+            }
+        } catch (const OperationError& failure) {
+            ZORV_LOG(error, "%s", failure.what());
         }
     }
     bringInLineOneByOne(store, files);

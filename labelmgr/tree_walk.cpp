@@ -37,6 +37,12 @@ bool hasVanished(int reason) {
     return reason == ENOENT || reason == ENOTDIR || reason == ELOOP;
 }
 
+// A user's FUSE mount does not open for root, but tells what it is.
+bool isOfNoConcern(int directory, const std::string& name) {
+    const UniqueFd entry(openat(directory, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    return entry && fileSystemKind(entry.get()) != FileSystemKind::kLocal;
+}
+
 std::string childPath(const std::string& directory, const std::string& name) {
     std::string path = directory;
     if (path.back() != '/') {
@@ -155,8 +161,11 @@ std::shared_ptr<const TreeWalk::Directory> TreeWalk::open(const Waiting& item) {
         UniqueFd(openat(item.parent->descriptor.get(), item.name.c_str(), kDirectoryFlags));
     struct stat status {};
     if (!directory->descriptor || fstat(directory->descriptor.get(), &status) != 0) {
-        if (!hasVanished(errno)) {
-            visitor.fail(directory->path, errno);
+        const int reason = errno;
+        const bool isClosedToRoot =
+            reason == EACCES && isOfNoConcern(item.parent->descriptor.get(), item.name);
+        if (!hasVanished(reason) && !isClosedToRoot) {
+            visitor.fail(directory->path, reason);
         }
         return nullptr;
     }

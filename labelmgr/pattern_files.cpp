@@ -24,7 +24,7 @@ class MatchCollector : public TreeVisitor {
         return false;
     }
 
-    // Ends the walk: what cannot be read may hold matches.
+    // What cannot be read may hold matches: run() throws the first of these at its end.
     void fail(const std::string& path, int reason) override { throw systemError(path, reason); }
 
     std::vector<std::string> matches;

@@ -117,6 +117,7 @@ expect '-a -m pl' plain
 expect '-3 ' $files
 expect '-R -g -l plain ' $files
 expect '-d --tid plain ' $files
+expect '-d -t -g ' $files
 expect '-r -l plain '
 expect $'-g -l it\t' $awkward
 expect $'-g -l it\\\'s\\ a\t' $awkward
@@ -135,6 +136,7 @@ expect '-g -k zorv-t' zorv_test
 expect '-g -e nul' null
 expect '-g -e /dev/nul' /dev/null
 expect '-g -e shm/b' shm/$device
+expect '-g -e shm/f'
 expect $'-g -e /dev/shm/by\t' /dev/shm/$device
 expect $'-g -e shm/by\\:1\\=\\$x\t' shm/$device
 expect '-S -T ' file package scan

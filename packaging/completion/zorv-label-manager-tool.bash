@@ -218,7 +218,7 @@ __zorv_offer_next_options() {
 }
 
 _zorv_label_manager_tool() {
-    local typed=$2 inQuotes='' action='' seen='' expects='' last=''
+    local IFS=$' \t\n' typed=$2 inQuotes='' action='' seen='' expects='' last=''
     local -a operands=()
     COMPREPLY=()
     case ${COMP_WORDS[COMP_CWORD]} in

@@ -6,8 +6,11 @@
 #include <functional>
 #include <iostream>
 #include <linux/capability.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <map>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -60,6 +63,18 @@ int withoutOverride(const std::function<int()>& body) {
     return syscall(SYS_capset, &header, sets) == 0 ? body() : -1;
 }
 
+// The kernel as it was before 6.13: no attribute calls by directory and name.
+void withoutNewCalls() {
+    sock_filter lines[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, 463, 0, 2), BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, 464, 1, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter{std::size(lines), lines};
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
+        _exit(126);
+    }
+}
+
 }  // namespace
 
 TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
@@ -69,7 +84,7 @@ TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
          {std::string("file"), odd, std::string(255, 'n'), std::string("skip/in"), std::string("d/e/f")}) {
         tree.file(name);
     }
-    tree.link("dangling", "nowhere");
+    tree.link("d/dangling", "nowhere");
     ASSERT_EQ(mkfifo(tree.path("fifo").c_str(), 0600), 0);
     ASSERT_EQ(setFileTid(tree.path("d/e/f").c_str(), 0x21, 0), 0);
     ASSERT_EQ(setFileTid((tree.path() + "/fi*").c_str(), 0x22, 1), 0);
@@ -85,9 +100,12 @@ TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
                                (*threads == '1' ? ": 9 labelled, 0 unchanged, 0 failed"
                                                 : ": 0 labelled, 9 unchanged, 0 failed"));
     }
+    lremovexattr(tree.path("d/dangling").c_str(), kLabelAttribute);
+    lremovexattr(tree.path("d/e/f").c_str(), kLabelAttribute);
+    EXPECT_EQ(runTool({"-a", "-s", tree.path("d")}, {.prepare = withoutNewCalls}).status, 0);
     EXPECT_EQ(getLabelSetStatus(), 2);
     EXPECT_EQ(labelAttribute(tree.path("skip")) + labelAttribute(tree.path("skip/in")), "nonenone");
-    EXPECT_EQ(labelAttribute(tree.path("dangling")).size(), 41U * 2);
+    EXPECT_EQ(labelAttribute(tree.path("d/dangling")).size(), 41U * 2);
     EXPECT_EQ(tidOf(tree.path("file")), 0x22U);
     EXPECT_EQ(tidOf(tree.path("fifo")), 0x22U);
     EXPECT_EQ(tidOf(tree.path("d/e/f")), 0x21U);

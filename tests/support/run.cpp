@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/temporary_tree.h"
+
 namespace {
 
 // What a child writes, in memory, so that no amount of it blocks.
@@ -86,4 +88,13 @@ RunResult runToolWithFake(const std::vector<std::string>& words, const std::stri
     RunResult result = runTool(words, withFake);
     result.calls = calls.text();
     return result;
+}
+
+bool holdsInChild(const std::function<bool()>& condition) {
+    return runInChild([&condition] { return condition() ? 0 : 1; }).status == 0;
+}
+
+bool holdsInChildWithoutFiles(const std::function<bool()>& condition) {
+    const TemporaryTree empty;
+    return holdsInChild([&] { return chroot(empty.path().c_str()) == 0 && condition(); });
 }

@@ -35,4 +35,5 @@ class SharedLibrary {
 };
 
 // A member of the owner: the function of that name, with the type that the library's header declares.
+// NOLINTNEXTLINE(bugprone-macro-parentheses): what is declared is a name
 #define ZORV_LIBRARY_FUNCTION(name) const decltype(&::name) name = find<decltype(&::name)>(#name)

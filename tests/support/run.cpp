@@ -12,6 +12,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "tests/support/temporary_tree.h"
+
 namespace {
 
 std::string contentOf(int descriptor) {
@@ -119,4 +121,13 @@ RunResult runToolWithFake(const std::vector<std::string>& words, const std::stri
     RunResult result = runTool(words, withFake);
     result.calls = calls.text();
     return result;
+}
+
+bool holdsInChild(const std::function<bool()>& condition) {
+    return runInChild([&condition] { return condition() ? 0 : 1; }).status == 0;
+}
+
+bool holdsInChildWithoutFiles(const std::function<bool()>& condition) {
+    const TemporaryTree empty;
+    return holdsInChild([&] { return chroot(empty.path().c_str()) == 0 && condition(); });
 }

@@ -45,3 +45,9 @@ class ToolInBackground {
 
 // A function in a child process; its answer is the exit status.
 RunResult runInChild(const std::function<int()>& body);
+
+// Whether it holds in a process of its own, which it may spoil.
+bool holdsInChild(const std::function<bool()>& condition);
+
+// The same where no file is found: an empty directory is its root.
+bool holdsInChildWithoutFiles(const std::function<bool()>& condition);

@@ -9,7 +9,14 @@ scripts/setup.sh
 if [ $# -eq 0 ]; then
     echo "test: formatting"
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
-    git ls-files '*.sh' .ci/run 'debian/*.p*inst' 'debian/*.p*rm' | xargs shellcheck
+    git ls-files '*.sh' '*.bash' .ci/run 'debian/*.p*inst' 'debian/*.p*rm' | xargs shellcheck
+    echo "test: manual pages"
+    for page in packaging/man/*; do
+        mandoc -Tlint -W warning "$page"
+        if LC_ALL=C.UTF-8 man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null | grep .; then
+            exit 1
+        fi
+    done
     echo "test: clang++ and clang-tidy"
     scripts/build.sh tidy
     cmake --build --preset tidy --target docs

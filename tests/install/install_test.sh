@@ -15,6 +15,12 @@ export PKG_CONFIG_PATH
 # shellcheck disable=SC2046 # a list of words
 c++ -std=c++17 -pedantic-errors -Wall -Wextra -Werror "$here/consumer.cpp" -o "$scratch/pkg-config" \
     $(pkg-config --cflags --libs zorvlabelcommon)
+# So does the example of the manual page.
+awk '/^#include/ { inside = 1 } /^\.Ed/ { inside = 0 } inside' "$here/../../packaging/man/libzorvlabelcommon.3" |
+    sed 's/\\e/\\/g' >"$scratch/example.cpp"
+# shellcheck disable=SC2046 # a list of words
+c++ -std=c++17 -pedantic-errors -Wall -Wextra -Werror "$scratch/example.cpp" -o "$scratch/example" \
+    $(pkg-config --cflags --libs zorvlabelcommon)
 for program in "$scratch/cmake/consumer" "$scratch/pkg-config"; do
     [ "$(LD_LIBRARY_PATH=$(pkg-config --variable=libdir zorvlabelcommon) "$program")" = "13 /a 1 2404100320 8" ]
 done

@@ -8,10 +8,9 @@
 #include "cli/subscription.h"
 #include "cli/system_commands.h"
 #include "cli/user_set_queries.h"
+#include "label/label.h"
 
 namespace {
-
-constexpr const char* kAttributeName = "security.zorv";
 
 // The system log is closed on the normal end of an operation; other ends leave it to the end of the process.
 int endNormally() {
@@ -65,7 +64,7 @@ int runAdd(const CommandLine& line) {
 
 void walkOperands(const CommandLine& line, FileCallback callback) {
     for (const char* operand : line.operands) {
-        walkPattern(operand, kAttributeName, callback, line.options.recursive);
+        walkPattern(operand, kLabelAttribute, callback, line.options.recursive);
     }
 }
 

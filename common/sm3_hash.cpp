@@ -1,18 +1,28 @@
 #include "common/sm3_hash.h"
 
 #include <charconv>
-#include <memory>
+#include <stdexcept>
 #include <system_error>
 
 #include <openssl/evp.h>
 
+#include "loader/shared_library.h"
 #include "log/logger.h"
 
 namespace {
 
-struct FreeDigestContext {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+// One of the largest libraries of a system, and most commands need no digest.
+struct Crypto : SharedLibrary {
+    Crypto() : SharedLibrary(LIBCRYPTO_SONAME) {}
+
+    ZORV_LIBRARY_FUNCTION(EVP_Digest);
+    ZORV_LIBRARY_FUNCTION(EVP_get_digestbyname);
 };
+
+const Crypto& crypto() {
+    static const Crypto library;
+    return library;
+}
 
 template <typename Unsigned>
 constexpr size_t kHexDigits = 2 * sizeof(Unsigned);
@@ -26,19 +36,16 @@ bool readTrailingHex(const std::string& digest, Unsigned& value) {
 
 }  // namespace
 
-std::string getSM3HashValue(const std::string& input) {
+std::string getSM3HashValue(const std::string& input) try {
     constexpr const char* kAlphabet = "0123456789abcdef";
-    const EVP_MD* algorithm = EVP_get_digestbyname("SM3");
+    const EVP_MD* algorithm = crypto().EVP_get_digestbyname("SM3");
     if (algorithm == nullptr) {
         ZORV_LOG(error, "Unsupported hash function SM3");
         return {};
     }
-    const std::unique_ptr<EVP_MD_CTX, FreeDigestContext> context(EVP_MD_CTX_new());
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;  // stays so when a provider offers the name and not the algorithm
-    if (context == nullptr || EVP_DigestInit_ex(context.get(), algorithm, nullptr) != 1 ||
-        EVP_DigestUpdate(context.get(), input.data(), input.size()) != 1 ||
-        EVP_DigestFinal_ex(context.get(), digest, &length) != 1) {
+    if (crypto().EVP_Digest(input.data(), input.size(), digest, &length, algorithm, nullptr) != 1) {
         return {};
     }
     std::string text(2 * size_t{length}, '0');
@@ -47,6 +54,9 @@ std::string getSM3HashValue(const std::string& input) {
         text[2 * i + 1] = kAlphabet[digest[i] & 0xf];
     }
     return text;
+} catch (const std::runtime_error& failure) {
+    ZORV_LOG(error, "%s", failure.what());
+    return {};
 }
 
 uint32_t getSM3HashLast32Bits(const std::string& input) {

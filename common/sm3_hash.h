@@ -10,7 +10,8 @@
 // empty string or 0. No state is kept: all functions may run in any number of threads.
 
 // The SM3 digest (GB/T 32905) as 64 lower-case hexadecimal characters. The empty string has a digest too.
-// When the crypto library offers no SM3: "Unsupported hash function SM3", and the empty string.
+// When the crypto library offers no SM3: "Unsupported hash function SM3", and the empty string; when it
+// cannot be loaded, which the first digest does: the loader's reason, and the empty string.
 ZORV_API std::string getSM3HashValue(const std::string& input);
 
 // The last 32 or 64 bits of that digest as a number, its last byte least significant. 0 stands for a failure

@@ -7,8 +7,11 @@
 
 #include "label/id.h"
 
+// The extended attribute of a file that holds its label's binary form.
+inline constexpr char kLabelAttribute[] = "security.zorv";
+
 // One file's security label: a plain value, all zero when it is created. Its text form is for people, its
-// binary form is the value of the extended attribute "security.zorv", byte for byte. Every operation logs
+// binary form is the value of the attribute, byte for byte. Every operation logs
 // under its own name; only deserializeFromBuffer throws.
 class ZORV_API Label {
  public:

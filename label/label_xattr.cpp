@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr const char* kAttributeName = "security.zorv";
-
 // Follows links even for callers that do not: a dangling link counts as a missing file.
 void requireExists(const std::string& path) {
     const std::filesystem::file_type type = std::filesystem::status(path).type();
@@ -22,8 +20,8 @@ void requireExists(const std::string& path) {
 }
 
 ssize_t readAttribute(const std::string& path, bool noDereference, void* buffer, size_t size) {
-    return noDereference ? lgetxattr(path.c_str(), kAttributeName, buffer, size)
-                         : getxattr(path.c_str(), kAttributeName, buffer, size);
+    return noDereference ? lgetxattr(path.c_str(), kLabelAttribute, buffer, size)
+                         : getxattr(path.c_str(), kLabelAttribute, buffer, size);
 }
 
 }  // namespace
@@ -42,7 +40,7 @@ int Label::getFromXattr(const std::string& path, const bool& noDereference) {
             return -1;
         }
         if (probed == 0) {
-            throw LabelError(std::string("Extended attribute is empty: ") + kAttributeName, 6);
+            throw LabelError(std::string("Extended attribute is empty: ") + kLabelAttribute, 6);
         }
         std::vector<unsigned char> value(static_cast<size_t>(probed));
         const ssize_t got = readAttribute(path, noDereference, value.data(), value.size());
@@ -75,7 +73,7 @@ int Label::setToXattr(const std::string& path, const bool& noDereference) const 
             throw LabelError("Label serialization used more space than expected: ", 12);
         }
         const auto write = noDereference ? lsetxattr : setxattr;
-        const int result = write(path.c_str(), kAttributeName, value.data(), used, 0);
+        const int result = write(path.c_str(), kLabelAttribute, value.data(), used, 0);
         const int reason = errno;
         ZORV_LOG(debug, "%s: %d, path: %s", noDereference ? "lsetxattr" : "setxattr", result, path.c_str());
         if (result != 0) {

@@ -37,6 +37,7 @@ void Subscriber::subscribe(const std::string& topicOfMessages) {
     topic = topicOfMessages;
     fetched.clear();
     followed.reset();
+    readToTheEnd.reset();
     notifications = UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     isWatching = false;
     if (!notifications) {
@@ -76,6 +77,11 @@ void Subscriber::fetch() {
         const std::string directory = StateDirectory::configured();
         isWatching = inotify_add_watch(notifications.get(), directory.c_str(), IN_CLOSE_WRITE) >= 0;
     }
+    const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
+    const auto contents = directory ? directory->settledContents() : std::nullopt;
+    if (contents && contents == readToTheEnd) {  // spares an idle listener the opening of the store
+        return;
+    }
     std::optional<Store> store = openStore();
     const auto messages =
         store ? store->messagesAfter(*lastSequence, kMessagesAtOnce) : std::vector<FeedMessage>();
@@ -88,6 +94,7 @@ void Subscriber::fetch() {
             fetched.push_back(message.text);
         }
     }
+    readToTheEnd = messages.empty() ? contents : std::nullopt;
 }
 
 // A writer closes the store's lock file when its change is committed. What a reader closes is no news: this

@@ -9,7 +9,8 @@
 
 // One listener to the store's change messages, from its subscription on, in the order of their commits. Used
 // by one thread. It holds no connection while it waits, so that its process may fork. It sleeps until a
-// writer lets go of the store, with a look of its own once a second for a store that is not there yet.
+// writer lets go of the store, with a look of its own once a second for a store that is not there yet and for
+// what no notification tells.
 // Failures throw OperationError: a store that cannot be read, one that was replaced, and messages that the
 // feed dropped before the listener came to them.
 class Subscriber {
@@ -30,4 +31,5 @@ class Subscriber {
     std::deque<std::string> fetched;
     UniqueFd notifications;
     bool isWatching = false;
+    std::optional<StateDirectory::Contents> readToTheEnd;
 };

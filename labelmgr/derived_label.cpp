@@ -22,14 +22,16 @@ uint64_t packageIdOf(Store* store, const std::string& name) {
     return set ? *set : packageIdOfName(name);
 }
 
-Label initialLabel(const std::string& path, mode_t mode, uint64_t package) {
+Label initialLabel(const std::string& path, mode_t mode, const PolicyValues& values) {
     Label label;
-    label.oid_.pkg_ = package;
+    label.oid_.pkg_ = values.package;
     label.oid_.file_ = S_ISDIR(mode) ? 0 : getSM3HashLast64Bits(path.substr(path.rfind('/') + 1));
     label.oid_.path_ = getSM3HashLast64Bits(path);
     if (isExecutableFile(mode)) {
         label.sid_ = label.oid_;
     }
+    label.tid_ = values.tid;
+    label.inheritFlag_ = values.inheritFlag;
     return label;
 }
 
@@ -43,32 +45,22 @@ FieldValue LabelDeriver::value(Field field, const std::string& path) {
 }
 
 Label LabelDeriver::label(const std::string& path, UserValues userValues) {
-    Label label = initialLabel(path, PinnedFile(path).mode(), packageOf(path));
-    label.tid_ = currentPolicy().tid(path);
-    label.inheritFlag_ = currentPolicy().inheritFlag(path);
-    if (userValues == UserValues::kObserve) {
-        for (const Field field : kFields) {
-            if (const std::optional<FieldValue> set = userValue(field, path)) {
-                setField(label, field, *set);
-            }
-        }
-    }
-    return label;
+    const PolicyValues values{packageOf(path), currentPolicy().tid(path), currentPolicy().inheritFlag(path)};
+    return derivedLabel(path, PinnedFile(path).mode(), values, [&](Field field) {
+        return userValues == UserValues::kObserve ? userValue(field, path) : std::nullopt;
+    });
 }
 
 std::optional<FieldValue> LabelDeriver::userValue(Field field, const std::string& path) {
     if (store == nullptr) {
         return std::nullopt;
     }
-    if (const std::optional<UserValue> exact = store->userValue({field, false, path})) {
-        return exact->value;
-    }
     auto& rules = patterns.at(static_cast<size_t>(field));
     if (!rules) {
         rules = store->userPatterns(field);
     }
-    const FieldValue* value = firstMatch(allOf(*rules), path);
-    return value != nullptr ? std::optional(*value) : std::nullopt;
+    const std::optional<UserValue> exact = store->userValue({field, false, path});
+    return userSetValue(exact ? std::optional(exact->value) : std::nullopt, *rules, path);
 }
 
 FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
@@ -79,7 +71,7 @@ FieldValue LabelDeriver::byPolicy(Field field, const std::string& path) {
     if (field == Field::kSid && !isExecutableFile(mode)) {
         return {};
     }
-    return fieldOf(initialLabel(path, mode, packageOf(path)), field);
+    return fieldOf(initialLabel(path, mode, {packageOf(path)}), field);
 }
 
 uint64_t LabelDeriver::packageOf(const std::string& path) {

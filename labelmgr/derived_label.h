@@ -16,9 +16,40 @@ uint64_t packageIdOfName(const std::string& name);
 // The user-set id of the name, else packageIdOfName. Without a store nothing is user-set.
 uint64_t packageIdOf(Store* store, const std::string& name);
 
-// The identifiers of a file's label by policy alone: those of a path, its last component and its owner's
-// package id (0: no owner). A directory has no file part, and only an executable file is a subject.
-Label initialLabel(const std::string& path, mode_t mode, uint64_t package);
+// What the package database and the policy file say of a path.
+struct PolicyValues {
+    uint64_t package = 0;  // the id of the one that owns it; 0: no owner
+    uint32_t tid = 0;
+    uint32_t inheritFlag = 0;
+};
+
+// A file's label by policy alone. A directory has no file part, and only an executable file is a subject.
+Label initialLabel(const std::string& path, mode_t mode, const PolicyValues& values);
+
+// What holds of what users set: the value of exactly the path, else of the first pattern that matches it
+// (PatternRules or CandidateRules, the one set last first).
+template <typename Rules>
+std::optional<FieldValue> userSetValue(const std::optional<FieldValue>& exact, const Rules& patterns,
+                                       const std::string& path) {
+    if (exact) {
+        return exact;
+    }
+    const FieldValue* value = firstMatch(patterns, path);
+    return value != nullptr ? std::optional(*value) : std::nullopt;
+}
+
+// A file's whole label; `userValueOf` answers for a field what users set, or nothing.
+template <typename UserValueOf>
+Label derivedLabel(const std::string& path, mode_t mode, const PolicyValues& values,
+                   UserValueOf userValueOf) {
+    Label label = initialLabel(path, mode, values);
+    for (const Field field : kFields) {
+        if (const std::optional<FieldValue> set = userValueOf(field)) {
+            setField(label, field, *set);
+        }
+    }
+    return label;
+}
 
 enum class UserValues { kObserve, kIgnore };
 

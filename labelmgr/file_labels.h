@@ -6,7 +6,7 @@
 
 #include "label/label.h"
 
-// Names of files, and labels as the bytes of the attribute "security.zorv". Failures throw OperationError
+// Names of files, and labels as the bytes of the attribute. Failures throw OperationError
 // with the path and the reason, FileGone when there is no such file.
 
 // The attribute's bytes; nothing for a file without a label.

@@ -218,20 +218,15 @@ bool isLeftAlone(const LabelSnapshot& snapshot, std::string path) {
 
 unsigned long labelWholeTree(const std::string& root, const std::vector<std::string>& skippedPaths) {
     const Clock::time_point begin = Clock::now();
-    struct stat status {};
-    if (stat(root.c_str(), &status) != 0) {
-        throw systemError(root);
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        throw systemError(root, ENOTDIR);
-    }
+    UniqueFd descriptor = TreeWalk::openRoot(root);
     Counts counts;
     const Run run = beginRun(root, skippedPaths);
     LabelVisitor visitor(run.snapshot, counts);
     try {
         const Progress progress(counts);
         if (!isLeftAlone(run.snapshot, root)) {
-            TreeWalk(visitor, threadCount()).run(root, run.snapshot.below(run.snapshot.wholeSystem(), root));
+            TreeWalk(visitor, threadCount())
+                .run(std::move(descriptor), root, run.snapshot.below(run.snapshot.wholeSystem(), root));
         }
     } catch (const std::exception& failure) {
         ZORV_LOG(error, "%s", failure.what());

@@ -10,10 +10,9 @@
 #include <unistd.h>
 
 #include "common/posix_handles.h"
+#include "label/label.h"
 
 namespace {
-
-constexpr const char* kAttributeName = "security.zorv";
 
 // Linux 6.13 has calls that take a directory and a name. Where the C library does not know them yet, these
 // are their numbers on every architecture but Alpha.
@@ -33,13 +32,13 @@ struct XattrArguments {
 
 long getByName(int directory, const char* name, void* buffer, size_t size) {
     XattrArguments arguments{reinterpret_cast<uintptr_t>(buffer), static_cast<uint32_t>(size), 0};
-    return syscall(kGetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kAttributeName, &arguments,
+    return syscall(kGetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kLabelAttribute, &arguments,
                    sizeof(arguments));
 }
 
 long setByName(int directory, const char* name, const void* bytes, size_t size) {
     XattrArguments arguments{reinterpret_cast<uintptr_t>(bytes), static_cast<uint32_t>(size), 0};
-    return syscall(kSetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kAttributeName, &arguments,
+    return syscall(kSetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, kLabelAttribute, &arguments,
                    sizeof(arguments));
 }
 
@@ -66,22 +65,22 @@ struct PinnedEntry {
 
 ssize_t getLabelAt(int directory, const char* name, void* buffer, size_t size) {
     if (*name == '\0') {
-        return fgetxattr(directory, kAttributeName, buffer, size);
+        return fgetxattr(directory, kLabelAttribute, buffer, size);
     }
     if (kernelHasCalls()) {
         return getByName(directory, name, buffer, size);
     }
     const PinnedEntry entry(directory, name);
-    return entry.descriptor ? getxattr(entry.path.data(), kAttributeName, buffer, size) : -1;
+    return entry.descriptor ? getxattr(entry.path.data(), kLabelAttribute, buffer, size) : -1;
 }
 
 int setLabelAt(int directory, const char* name, const void* bytes, size_t size) {
     if (*name == '\0') {
-        return fsetxattr(directory, kAttributeName, bytes, size, 0);
+        return fsetxattr(directory, kLabelAttribute, bytes, size, 0);
     }
     if (kernelHasCalls()) {
         return static_cast<int>(setByName(directory, name, bytes, size));
     }
     const PinnedEntry entry(directory, name);
-    return entry.descriptor ? setxattr(entry.path.data(), kAttributeName, bytes, size, 0) : -1;
+    return entry.descriptor ? setxattr(entry.path.data(), kLabelAttribute, bytes, size, 0) : -1;
 }

@@ -1,7 +1,5 @@
 #include "labelmgr/label_snapshot.h"
 
-#include "labelmgr/derived_label.h"
-
 LabelSnapshot::LabelSnapshot(Store& store, const std::string& root,
                              const std::vector<std::string>& skippedPaths)
     : skipped(skippedPaths.begin(), skippedPaths.end()),
@@ -52,23 +50,18 @@ bool LabelSnapshot::isExcluded(const Directory& directory, const std::string& pa
 }
 
 Label LabelSnapshot::label(const Directory& directory, const std::string& path, mode_t mode) const {
-    Label label = initialLabel(path, mode, packageOf(path));
-    if (const uint32_t* tid = firstMatch(directory.tids, path)) {
-        label.tid_ = *tid;
-    }
-    if (const uint32_t* flag = firstMatch(directory.inheritFlags, path)) {
-        label.inheritFlag_ = *flag;
-    }
-    const auto exact = userPaths.find(path);
-    for (const Field field : kFields) {
+    static const PathValues kNothingSet;
+    const auto found = userPaths.find(path);
+    const PathValues& exact = found != userPaths.end() ? found->second : kNothingSet;
+    return derivedLabel(path, mode, policyValues(directory, path), [&](Field field) {
         const auto index = static_cast<size_t>(field);
-        if (exact != userPaths.end() && exact->second.values.at(index)) {
-            setField(label, field, *exact->second.values.at(index));
-        } else if (const FieldValue* value = firstMatch(directory.userPatterns.at(index), path)) {
-            setField(label, field, *value);
-        }
-    }
-    return label;
+        return userSetValue(exact.values.at(index), directory.userPatterns.at(index), path);
+    });
+}
+
+PolicyValues LabelSnapshot::policyValues(const Directory& directory, const std::string& path) const {
+    return {packageOf(path), matchedNumber(directory.tids, path),
+            matchedNumber(directory.inheritFlags, path)};
 }
 
 uint64_t LabelSnapshot::packageOf(const std::string& path) const {

@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "labelmgr/derived_label.h"
 #include "labelmgr/field.h"
 #include "labelmgr/packages.h"
 #include "labelmgr/pattern_rules.h"
@@ -43,6 +44,7 @@ class LabelSnapshot {
         std::array<std::optional<FieldValue>, 4> values;
     };
 
+    PolicyValues policyValues(const Directory& directory, const std::string& path) const;
     uint64_t packageOf(const std::string& path) const;
 
     std::unordered_map<std::string, PathValues> userPaths;

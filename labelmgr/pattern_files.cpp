@@ -47,7 +47,7 @@ std::vector<std::string> collect(const std::string& root, const std::string& pat
             throw systemError(root);
         }
     } else if (S_ISDIR(status.st_mode)) {
-        TreeWalk(collector, 1).run(root, std::make_shared<WalkState>());
+        TreeWalk(collector, 1).run(TreeWalk::openRoot(root), root, std::make_shared<WalkState>());
     }
     return collector.matches;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,11 +51,27 @@ CandidateRules<Value> candidatesFrom(const CandidateRules<Value>& candidates, st
     return kept;
 }
 
-// The value of the first rule that matches; null when none does.
 template <typename Value>
-const Value* firstMatch(const CandidateRules<Value>& candidates, const std::string& path) {
-    const auto found =
-        std::find_if(candidates.begin(), candidates.end(),
-                     [&path](const PatternRule<Value>* rule) { return matchesPattern(rule->pattern, path); });
-    return found != candidates.end() ? &(*found)->value : nullptr;
+const PatternRule<Value>& asRule(const PatternRule<Value>& rule) {
+    return rule;
+}
+template <typename Value>
+const PatternRule<Value>& asRule(const PatternRule<Value>* candidate) {
+    return *candidate;
+}
+
+// The value of the first rule that matches, of PatternRules or CandidateRules; null when none does.
+template <typename Rules>
+const auto* firstMatch(const Rules& rules, const std::string& path) {
+    const auto found = std::find_if(rules.begin(), rules.end(), [&path](const auto& rule) {
+        return matchesPattern(asRule(rule).pattern, path);
+    });
+    return found != rules.end() ? &asRule(*found).value : nullptr;
+}
+
+// The same value, or 0.
+template <typename Rules>
+uint32_t matchedNumber(const Rules& rules, const std::string& path) {
+    const uint32_t* value = firstMatch(rules, path);
+    return value != nullptr ? *value : 0;
 }

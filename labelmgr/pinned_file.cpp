@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr const char* kAttributeName = "security.zorv";
 constexpr int kFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 constexpr size_t kUsualSize = 128;  // more than the largest label
 
@@ -38,10 +37,10 @@ mode_t PinnedFile::mode() const {
 
 LabelBytes PinnedFile::label() const {
     std::vector<unsigned char> bytes(kUsualSize);
-    ssize_t size = getxattr(nameInProc.c_str(), kAttributeName, bytes.data(), bytes.size());
+    ssize_t size = getxattr(nameInProc.c_str(), kLabelAttribute, bytes.data(), bytes.size());
     while (size < 0 && errno == ERANGE) {
         bytes.resize(bytes.size() * 2);
-        size = getxattr(nameInProc.c_str(), kAttributeName, bytes.data(), bytes.size());
+        size = getxattr(nameInProc.c_str(), kLabelAttribute, bytes.data(), bytes.size());
     }
     if (size < 0) {
         if (errno == ENODATA) {
@@ -54,8 +53,8 @@ LabelBytes PinnedFile::label() const {
 }
 
 void PinnedFile::setLabel(const LabelBytes& bytes) const {
-    const int result = bytes ? setxattr(nameInProc.c_str(), kAttributeName, bytes->data(), bytes->size(), 0)
-                             : removexattr(nameInProc.c_str(), kAttributeName);
+    const int result = bytes ? setxattr(nameInProc.c_str(), kLabelAttribute, bytes->data(), bytes->size(), 0)
+                             : removexattr(nameInProc.c_str(), kLabelAttribute);
     if (result != 0 && (bytes || errno != ENODATA)) {
         throw systemError(path);
     }

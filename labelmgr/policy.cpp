@@ -100,11 +100,6 @@ PatternRules<uint32_t> readRules(const std::string& path, const char* name, cons
     return rules;
 }
 
-uint32_t valueFor(const PatternRules<uint32_t>& rules, const std::string& path) {
-    const uint32_t* value = firstMatch(allOf(rules), path);
-    return value != nullptr ? *value : 0;
-}
-
 }  // namespace
 
 Policy Policy::load() {
@@ -124,9 +119,9 @@ Policy Policy::load() {
 }
 
 uint32_t Policy::tid(const std::string& path) const {
-    return valueFor(tids, path);
+    return matchedNumber(tids, path);
 }
 
 uint32_t Policy::inheritFlag(const std::string& path) const {
-    return valueFor(inheritFlags, path);
+    return matchedNumber(inheritFlags, path);
 }

@@ -55,7 +55,7 @@ class OidFinder {
         try {
             ids.push_back(deriver.value(Field::kOid, path));
         } catch (const FileGone&) {
-            ids.push_back(fieldOf(initialLabel(path, S_IFREG, deriver.packageOf(path)), Field::kOid));
+            ids.push_back(fieldOf(initialLabel(path, S_IFREG, {deriver.packageOf(path)}), Field::kOid));
         }
     }
 

@@ -14,14 +14,14 @@
 
 constexpr int kFailed = -1;
 
-// Runs one operation of the port: its failure is logged once, under the operation's name, and becomes a
-// status.
+// Runs one operation of the port: its failure is logged once, under the operation's name and line, and
+// becomes a status.
 template <typename Work>
-int statusOf(const char* operation, Work work) {
+int statusOf(const char* operation, Work work, int line = __builtin_LINE()) {
     try {
         return work();
     } catch (const std::exception& failure) {
-        Logger::getInstance().error(operation, __LINE__, "%s", failure.what());
+        Logger::getInstance().error(operation, line, "%s", failure.what());
         return kFailed;
     }
 }

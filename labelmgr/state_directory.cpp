@@ -24,6 +24,7 @@ constexpr mode_t kParentMode = 0755;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::chrono::milliseconds kRetryPause{1};
+constexpr time_t kCoarsestTick = 2;  // seconds, of file times
 
 void createDirectory(const std::filesystem::path& directory) {
     std::filesystem::path normal = directory.lexically_normal();
@@ -122,6 +123,25 @@ std::optional<StateDirectory::FileIdentity> StateDirectory::databaseIdentity() c
         return std::nullopt;
     }
     return FileIdentity(status.st_dev, status.st_ino);
+}
+
+std::optional<StateDirectory::Contents> StateDirectory::settledContents() const {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    Contents contents{};
+    auto file = contents.begin();
+    for (const char* name : {kDatabaseName, kJournalName}) {
+        struct stat status {};
+        if (fstatat(descriptor.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+            if (status.st_mtim.tv_sec >= now.tv_sec - kCoarsestTick) {
+                return std::nullopt;
+            }
+            *file = {static_cast<int64_t>(status.st_dev), static_cast<int64_t>(status.st_ino), status.st_size,
+                     status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+        }
+        ++file;
+    }
+    return contents;
 }
 
 UniqueFd StateDirectory::lockForWriting(std::chrono::steady_clock::time_point deadline) const {

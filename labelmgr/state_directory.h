@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -34,6 +36,12 @@ class StateDirectory {
     // What tells the database from another one in its place; nothing when it is not there.
     using FileIdentity = std::pair<dev_t, ino_t>;
     std::optional<FileIdentity> databaseIdentity() const;
+
+    // What every commit changes: of the database and of its journal identity, size and time of the last
+    // write. Nothing while that time is so near that a commit might still come within the same tick of its
+    // clock.
+    using Contents = std::array<std::array<int64_t, 5>, 2>;
+    std::optional<Contents> settledContents() const;
 
     // The lock that all writers of the store take for the whole of a change. The kernel releases it with the
     // process, so whoever holds it knows that a change that it finds unfinished has nobody left to finish it.

@@ -53,12 +53,21 @@ std::string childPath(const std::string& directory, const std::string& name) {
 
 }  // namespace
 
-void TreeWalk::run(const std::string& root, const std::shared_ptr<const WalkState>& rootState) {
+UniqueFd TreeWalk::openRoot(const std::string& path) {
+    UniqueFd root(::open(path.c_str(), kDirectoryFlags));
+    if (!root) {
+        throw systemError(path);
+    }
+    return root;
+}
+
+void TreeWalk::run(UniqueFd rootDescriptor, const std::string& root,
+                   const std::shared_ptr<const WalkState>& rootState) {
     allowManyDescriptors();
     auto directory = std::make_shared<Directory>();
-    directory->descriptor = UniqueFd(::open(root.c_str(), kDirectoryFlags));
+    directory->descriptor = std::move(rootDescriptor);
     struct stat status {};
-    if (!directory->descriptor || fstat(directory->descriptor.get(), &status) != 0) {
+    if (fstat(directory->descriptor.get(), &status) != 0) {
         throw systemError(root);
     }
     const FileSystemKind kind = fileSystemKind(directory->descriptor.get());

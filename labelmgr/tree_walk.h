@@ -49,8 +49,14 @@ class TreeWalk {
     TreeWalk(TreeVisitor& treeVisitor, unsigned int threadCount)
         : visitor(treeVisitor), threads(threadCount) {}
 
-    // The root is canonical and a directory. Throws OperationError when it cannot be opened.
-    void run(const std::string& root, const std::shared_ptr<const WalkState>& rootState);
+    // The root of a canonical path for run. Throws OperationError when it is not a directory or cannot be
+    // opened.
+    static UniqueFd openRoot(const std::string& path);
+
+    // Takes the root's descriptor and its canonical path, which is not
+    // looked up again. Throws OperationError when the root lies on a pseudo file system.
+    void run(UniqueFd rootDescriptor, const std::string& root,
+             const std::shared_ptr<const WalkState>& rootState);
 
  private:
     struct Directory {

@@ -27,7 +27,9 @@ class ZORV_API ZMQSocket {
         kStream = 11,
     };
 
-    // "Failed to create ZMQ context." or "Failed to create ZMQ socket."
+    // "Failed to create ZMQ context." or "Failed to create ZMQ socket." The first one also when libzmq, which
+    // the first socket of a process loads, cannot be loaded; the loader's reason is then nested in the
+    // exception.
     explicit ZMQSocket(socketType type);
     // Waits until messages that are on their way to connected peers have been handed over.
     ~ZMQSocket();

@@ -5,7 +5,9 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 cmake --preset release -DZORV_BENCH=ON >/dev/null
 cmake --build --preset release
+bench/startup_vs_getfattr.sh build/release
 bench/show_vs_getfattr.sh build/release/bin/zorv-label-manager-tool
 bench/scan_vs_setfiles.sh build/release/bin/zorv-label-manager-tool
 bench/traverse_vs_find.sh build/release
+bench/listener_delay.sh build/release
 build/release/bin/common_bench

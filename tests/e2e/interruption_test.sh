@@ -1,7 +1,8 @@
 #!/bin/bash
-# Kills the tool at every system call of every changing command in turn, and fails every one of them. Afterwards the
-# next command must find what users set and the attributes of the files as they were before the command or as they are
-# after it, nothing in between; and a command whose calls failed must tell which of the two.
+# Kills the tool at every fourth system call of a full labelling and at every one of every other changing command, and
+# fails every one of the latter. Afterwards the next command must find what users set and the attributes of the files as
+# they were before the command or as they are after it, nothing in between; and a command whose calls failed must tell
+# which of the two.
 # Usage: interruption_test.sh TOOL [STEP], with STEP 7 to try every seventh call only.
 set -euo pipefail
 
@@ -18,6 +19,7 @@ export ZORV_LABEL_STATE_DIR=$work/state ZORV_LABEL_POLICY_FILE=$work/policy.conf
 export ASAN_OPTIONS=detect_leaks=0 # which needs ptrace for itself
 printf '[tid]\n%s = 3\n' "$work/files/*" >"$work/policy.conf"
 errors=(ENOSPC EIO EROFS EACCES ENOMEM)
+environment=() # of the tool under strace, as its options
 
 fail() {
     echo "FAILED: '${command[*]//$work/}' at $*" >&2
@@ -43,6 +45,13 @@ setup_paths() {
     "$tool" -a -t "$work/files/a" 5
     "$tool" -a -t "$work/files/b" 5
 } >/dev/null 2>&1
+# Labelled files, unlabelled ones, and values that a labelling has to find.
+setup_tree() {
+    mkdir "$work/files"/d{1..10}
+    touch "$work/files"/d{1..10}/f{1..15}
+    "$tool" -P -a -t "$work/files/d1/*" 8
+    "$tool" -a -n "$work/files/d2/f2" 5
+} >/dev/null 2>&1
 setup_pattern() { "$tool" -P -a -t "$work/files/?" 6 >/dev/null 2>&1; }
 # A copy is faster than the commands that made it.
 saved_start() {
@@ -59,7 +68,7 @@ saved_start() {
 
 # Every "SYSCALL NUMBER" of a run, from the opening of the store's directory on.
 points_of() {
-    strace -qq -o "$work/trace" -e signal=none "$tool" "$@" >/dev/null 2>&1 || true
+    strace -qq -o "$work/trace" -e signal=none "${environment[@]}" "$tool" "$@" >/dev/null 2>&1 || true
     awk -v state="$ZORV_LABEL_STATE_DIR" -v step="$step" '
         { name = $0; sub(/\(.*/, "", name) }
         name !~ /^[a-z][a-z0-9_]*$/ || name == "exit_group" { next }
@@ -71,7 +80,8 @@ points_of() {
 
 injected() { # INJECTION, in a shell of its own that keeps the report of a kill to itself
     : >"$work/status"
-    sh -c '"$@"; echo $? >"$0"' "$work/status" strace -qq -o /dev/null -e "inject=$1" "$tool" "${command[@]}" \
+    sh -c '"$@"; echo $? >"$0"' "$work/status" strace -qq -o /dev/null -e "inject=$1" "${environment[@]}" \
+        "$tool" "${command[@]}" \
         >"$work/output" 2>/dev/null || true
 }
 
@@ -106,6 +116,47 @@ interrupt() { # SETUP COMMAND...
     echo "${command[*]//$work/}: $count calls killed and failed, list and attributes agree after each"
 }
 
+# "FILE LABEL" of every labelled file, sorted.
+labels() {
+    getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |
+        awk '/^# file/ { file = $3 } /^security/ { print file, $0 }' | sort
+}
+user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done; }
+status() { PATH=/nonexistent "$tool" -g -b 2>/dev/null | sed -n 's/^LabelSetStatus: //p'; }
+
+# A labelling of the whole tree, killed: every file has its old or its new label, the status says whether all have,
+# what users set is listed as before, and the next labelling completes the work.
+interrupt_labelling() {
+    local listed name number count=0 step=$((step * 4))
+    command=(-a -s "$work/files")
+    environment=(-E PATH=/nonexistent -E ZORV_LABEL_THREADS=1)
+    saved_start tree
+    labels >"$work/before"
+    listed=$(user_set)
+    points_of "${command[@]}" >"$work/points"
+    labels >"$work/after"
+    while read -r name number; do
+        saved_start tree
+        injected "$name:signal=SIGKILL:when=$number"
+        labels >"$work/now"
+        case $(status) in
+        0) cmp -s "$work/now" "$work/before" || fail "$name $number: labelled, but the status says never" ;;
+        2) cmp -s "$work/now" "$work/after" || fail "$name $number: not labelled, but the status says complete" ;;
+        3) [ -z "$(comm -23 "$work/now" <(sort -u "$work/before" "$work/after"))" ] ||
+            fail "$name $number: a label that is neither old nor new" ;;
+        *) fail "$name $number: status $(status)" ;;
+        esac
+        [ "$(user_set)" = "$listed" ] || fail "$name $number: not listed as before"
+        PATH=/nonexistent "$tool" "${command[@]}" >/dev/null 2>&1
+        labels | cmp -s - "$work/after" || fail "$name $number: the next labelling leaves something out"
+        [ "$(status)" = 2 ] || fail "$name $number: the next labelling is not complete"
+        count=$((count + 1))
+    done <"$work/points"
+    echo "${command[*]//$work/}: killed at $count calls; labels, list and status agree after each"
+    environment=()
+}
+
+interrupt_labelling
 interrupt empty -a -t "$work/files/a" 9
 interrupt paths -a -t "$work/files/a" 9
 interrupt paths -d -t "$work/files/a"

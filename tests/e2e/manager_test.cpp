@@ -15,7 +15,7 @@
 
 #include "cli/label_manager.h"
 #include "common/sm3_hash.h"
-#include "label/label.h"
+#include "tests/e2e/field_values.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
@@ -43,34 +43,6 @@ std::string fillIn(std::string text, const std::string& tree) {
         text = match.prefix().str() + hexadecimalSm3(match[1]) + match.suffix().str();
     }
     return text;
-}
-
-// Many labellings need not ask the package database as many times.
-class WithoutPackages {
- public:
-    WithoutPackages() { setenv("PATH", "", 1); }
-    ~WithoutPackages() { setenv("PATH", path.c_str(), 1); }
-    WithoutPackages(const WithoutPackages&) = delete;
-    WithoutPackages& operator=(const WithoutPackages&) = delete;
-
- private:
-    std::string path = std::getenv("PATH");
-};
-
-uint32_t tidOf(const std::string& path) {
-    uint32_t tid = 0xdead;
-    return getFileTid(path.c_str(), &tid) == 0 ? tid : 0xdead;
-}
-
-std::map<std::string, uint64_t> listedTids() {
-    std::map<std::string, uint64_t> listed;
-    UserSetRecord* records = nullptr;
-    const int count = showUserSetFileTid(&records);
-    for (int i = 0; i < count; ++i) {
-        listed[records[i].path] = records[i].values[0];
-    }
-    std::free(records);
-    return listed;
 }
 
 // Functions in processes of their own, all at once. Started by the only thread of this process.
@@ -111,15 +83,32 @@ TEST(Manager, ServesAnAdministratorsSession) {
             fillIn("[tid]\nTREE/* = 3\nTREE/docs/*.txt = 0x11\nTREE/docs/* = x\n[exclude]\nTREE/private* =\n",
                    tree.path()));
     ASSERT_EQ(chdir(tree.path().c_str()), 0);
+    const ToolInBackground listener({"-S"});
+    std::string received;
+    for (uint64_t i = 1; i < 1000 && received.empty(); ++i) {  // until it listens
+        ASSERT_EQ(setPkgId("ready", i), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        received = listener.outEndingWith("");
+    }
+    ASSERT_EQ(delUserSetPkgId("ready"), 0);
+    received = listener.outEndingWith("Recviced: package del_id ready " + hexadecimalSm3("ready") + "\n");
     for (const std::vector<std::string>& row :
-         readTable(fileContent(TESTS_DIRECTORY "/e2e/session.txt"), 3)) {
+         readTable(fileContent(TESTS_DIRECTORY "/e2e/session.txt"), 4)) {
         const RunResult run = runTool(split(fillIn(row[0], tree.path()), " "));
         std::string out = replaceAll(replaceAll(run.out, "[0-9]+\\.[0-9]{4} ", "SECONDS "), " ?\n$", "");
         EXPECT_EQ(std::to_string(run.status) + " " + out, row[1] + " " + fillIn(row[2], tree.path()))
             << row[0];
         EXPECT_EQ(run.err, "") << row[0];
+        const std::string expected =
+            row[3].empty()
+                ? ""
+                : "Recviced: " + replaceAll(fillIn(row[3], tree.path()), "\n", "\nRecviced: ") + "\n";
+        const std::string all = listener.outEndingWith(received + expected);
+        EXPECT_EQ(all.substr(received.size()), expected) << row[0];
+        received = all;
     }
     lremovexattr("/usr/bin/ls", "security.zorv");
+    std::filesystem::remove(std::getenv("ZORV_LABEL_POLICY_FILE"));
     ASSERT_EQ(chdir("/"), 0);
 }
 
@@ -236,106 +225,4 @@ TEST(Manager, DeliversEveryChangeOnceAndInOrder) {
            0) {  // the store that it followed still has its messages
         std::free(message);
     }
-}
-
-TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
-    TemporaryTree tree;
-    const std::string odd = "new\nline \xff";
-    for (const std::string& name :
-         {std::string("file"), odd, std::string(255, 'n'), std::string("skip/in"), std::string("d/e/f")}) {
-        tree.file(name);
-    }
-    tree.link("dangling", "nowhere");
-    ASSERT_EQ(mkfifo(tree.path("fifo").c_str(), 0600), 0);
-    ASSERT_EQ(setFileTid(tree.path("d/e/f").c_str(), 0x21, 0), 0);
-    ASSERT_EQ(setFileTid((tree.path() + "/fi*").c_str(), 0x22, 1), 0);
-    std::filesystem::remove(tree.path("file"));
-    tree.file("file");
-
-    CapturedLog log;
-    for (const char* threads : {"1", "4"}) {
-        setenv("ZORV_LABEL_THREADS", threads, 1);
-        EXPECT_EQ(addTagFullSystem(tree.path().c_str(), {tree.path("skip")}), 0);
-        const std::string summary = replaceAll(log.take().back(), ", [0-9.]+ seconds", "");
-        EXPECT_EQ(summary, "INFO [labelWholeTree] " + tree.path() +
-                               (*threads == '1' ? ": 9 labelled, 0 unchanged, 0 failed"
-                                                : ": 0 labelled, 9 unchanged, 0 failed"));
-    }
-    EXPECT_EQ(getLabelSetStatus(), 2);
-    EXPECT_EQ(labelAttribute(tree.path("skip")) + labelAttribute(tree.path("skip/in")), "nonenone");
-    EXPECT_EQ(labelAttribute(tree.path("dangling")).size(), 41U * 2);
-    EXPECT_EQ(tidOf(tree.path("file")), 0x22U);
-    EXPECT_EQ(tidOf(tree.path("fifo")), 0x22U);
-    EXPECT_EQ(tidOf(tree.path("d/e/f")), 0x21U);
-    EXPECT_NE(addTagFullSystem(tree.path("file").c_str(), {}), 0);
-    EXPECT_NE(addTagFullSystem("/proc", {}), 0);
-}
-
-TEST(Scan, NeverLeavesItsRoot) {
-    TemporaryTree tree;
-    const WithoutPackages without;
-    for (int i = 0; i < 20; ++i) {
-        tree.file("outside/d/f" + std::to_string(i));
-        tree.file("root/d/f" + std::to_string(i));
-    }
-    tree.link("root/d.swap", tree.path("outside/d"));
-    tree.link("root/d/f0.swap", tree.path("outside/d/f0"));
-    std::atomic<bool> ended = false;
-    std::thread swapper([&] {
-        while (!ended) {
-            renameat2(AT_FDCWD, tree.path("root/d").c_str(), AT_FDCWD, tree.path("root/d.swap").c_str(),
-                      RENAME_EXCHANGE);
-            renameat2(AT_FDCWD, tree.path("root/d/f0").c_str(), AT_FDCWD, tree.path("root/d/f0.swap").c_str(),
-                      RENAME_EXCHANGE);
-        }
-    });
-    for (int i = 0; i < 100; ++i) {
-        addTagFullSystem(tree.path("root").c_str(), {});
-    }
-    ended = true;
-    swapper.join();
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree.path("outside"))) {
-        EXPECT_EQ(labelAttribute(entry.path()), "none") << entry.path();
-    }
-}
-
-// Values set, deleted and cleared while a labelling runs hold after it, whether it ends or is killed.
-TEST(Scan, GivesWayToChangesMadeMeanwhile) {
-    TemporaryTree tree;
-    const WithoutPackages without;
-    for (int i = 0; i < 3000; ++i) {
-        tree.file("d" + std::to_string(i % 30) + "/f" + std::to_string(i));
-    }
-    int interrupted = 0;
-    for (int round = 0; round < 40; ++round) {
-        const pid_t child = fork();
-        if (child == 0) {
-            _exit(addTagFullSystem(tree.path().c_str(), {}) == 0 ? 0 : 1);
-        }
-        while (getLabelSetStatus() != 1 && waitpid(child, nullptr, WNOHANG) == 0) {
-            std::this_thread::yield();
-        }
-        for (const int number : {round, round + 1000, 2999 - round}) {
-            const std::string path =
-                tree.path("d" + std::to_string(number % 30) + "/f" + std::to_string(number));
-            ASSERT_EQ(setFileTid(path.c_str(), static_cast<uint32_t>(round + 1), 0), 0);
-        }
-        if (round % 8 == 7) {
-            ASSERT_EQ(clearFileTid(), 0);
-        }
-        if (round % 2 == 0) {
-            kill(child, SIGKILL);
-        }
-        waitpid(child, nullptr, 0);
-        interrupted += getLabelSetStatus() == 3 ? 1 : 0;
-        const std::map<std::string, uint64_t> listed = listedTids();
-        for (int i = 0; i < 3000; ++i) {
-            const std::string path = tree.path("d" + std::to_string(i % 30) + "/f" + std::to_string(i));
-            const auto value = listed.find(path);
-            Label label;
-            label.getFromXattr(path, false);
-            ASSERT_EQ(label.tid_, value != listed.end() ? value->second : 0U) << path << ' ' << round;
-        }
-    }
-    EXPECT_GT(interrupted, 0);
 }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -26,5 +27,27 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
 RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script = "",
                           const RunOptions& options = {});
 
+// The tool, running on while the object lives.
+class ToolInBackground {
+ public:
+    explicit ToolInBackground(const std::vector<std::string>& words);
+    ~ToolInBackground();
+    ToolInBackground(const ToolInBackground&) = delete;
+    ToolInBackground& operator=(const ToolInBackground&) = delete;
+
+    // What it printed so far, as soon as that ends with `ending`, or after 10 seconds.
+    std::string outEndingWith(const std::string& ending) const;
+
+ private:
+    int out;
+    pid_t child;
+};
+
 // A function in a child process; its answer is the exit status.
 RunResult runInChild(const std::function<int()>& body);
+
+// Whether it holds in a process of its own, which it may spoil.
+bool holdsInChild(const std::function<bool()>& condition);
+
+// The same where no file is found: an empty directory is its root.
+bool holdsInChildWithoutFiles(const std::function<bool()>& condition);

@@ -33,11 +33,6 @@ Lines shell(const std::string& script) {
     return executeCommand("/bin/sh", {"-c", script});
 }
 
-// Whether it holds in a process of its own, which it may spoil.
-bool holdsInChild(const std::function<bool()>& condition) {
-    return runInChild([&condition] { return condition() ? 0 : 1; }).status == 0;
-}
-
 }  // namespace
 
 TEST(Files, AreReadAndWrittenWhole) {
@@ -174,12 +169,27 @@ TEST(Processes, AreReadFromTheSystem) {
     EXPECT_THAT(findProcessExeFile(), Contains(Pair(executable, Contains(self))));
     EXPECT_EQ(parseKernelCmdline(), parseKernelParameters(split(readFile("/proc/cmdline"), "\n")[0]));
     log.take();
-    EXPECT_TRUE(holdsInChild([&log] {  // without /proc
-        const TemporaryTree empty;
-        return chroot(empty.path().c_str()) == 0 && findProcessExeFile().empty() &&
-               parseKernelCmdline().empty() &&
+    EXPECT_TRUE(holdsInChildWithoutFiles([&log] {
+        return findProcessExeFile().empty() && parseKernelCmdline().empty() &&
                log.take() == Lines{"ERROR [findProcessExeFile] open /proc failed.",
                                    "ERROR [parseKernelCmdline] open /proc/cmdline failed."};
+    }));
+}
+
+TEST(ZmqSocket, NeedsItsLibrary) {
+    EXPECT_TRUE(holdsInChildWithoutFiles([] {
+        try {
+            const ZMQSocket socket(Type::kPair);
+        } catch (const std::runtime_error& failure) {
+            try {
+                std::rethrow_if_nested(failure);
+            } catch (const std::runtime_error& reason) {
+                return failure.what() == "Failed to create ZMQ context."s &&
+                       reason.what() == LIBZMQ_SONAME
+                           ": cannot open shared object file: No such file or directory"s;
+            }
+        }
+        return false;
     }));
 }
 

@@ -3,29 +3,23 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
+#include <openssl/objects.h>
 
 #include "common/config_file.h"
 #include "common/sm3_hash.h"
 #include "common/string_utils.h"
+#include "loader/shared_library.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 using Lines = std::vector<std::string>;
 using namespace std::string_literals;
-
-static bool cryptoLibraryHasNoDigests = false;
-
-// In front of the crypto library's own.
-extern "C" const EVP_MD* EVP_get_digestbyname(const char* name) {
-    using Function = const EVP_MD* (*)(const char*);
-    static const auto original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "EVP_get_digestbyname"));
-    return cryptoLibraryHasNoDigests ? nullptr : original(name);
-}
 
 TEST(Strings, AreTrimmedSplitAndReplaced) {
     constexpr const char* kTable = R"(
@@ -84,6 +78,35 @@ plain>            | | plain>
               replaceString(std::string(100, 'x'), "x", "/root") + "<HOME>");
 }
 
+TEST(Digests, ReportACryptoLibraryOfNoUse) {
+    CapturedLog log;
+    const auto failsBecause = [&log](const std::string& reason) {
+        return getSM3HashLast64Bits("abc") + getSM3HashLast32Bits("abc") == 0 &&
+               log.take() == Lines{"ERROR [getSM3HashValue] " + reason,
+                                   "ERROR [getSM3HashLast64Bits] hash string is too short",
+                                   "ERROR [getSM3HashValue] " + reason,
+                                   "ERROR [getSM3HashLast32Bits] Hash string is too short"};
+    };
+    EXPECT_TRUE(holdsInChildWithoutFiles([&] {
+        return failsBecause(LIBCRYPTO_SONAME ": cannot open shared object file: No such file or directory");
+    }));
+    EXPECT_TRUE(holdsInChild([&] {
+        void* crypto = dlopen(LIBCRYPTO_SONAME, RTLD_NOW);
+        const auto remove = reinterpret_cast<decltype(&OBJ_NAME_remove)>(dlsym(crypto, "OBJ_NAME_remove"));
+        return getSM3HashLast32Bits("abc") == 0x8F4BA8E0U && remove("SM3", OBJ_NAME_TYPE_MD_METH) == 1 &&
+               failsBecause("Unsupported hash function SM3");
+    }));
+    struct Incomplete : SharedLibrary {
+        Incomplete() : SharedLibrary(LIBCRYPTO_SONAME) { find<void*>("noSuchFunction"); }
+    };
+    try {
+        Incomplete();
+        ADD_FAILURE() << "a missing function is not noticed";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_THAT(failure.what(), EndsWith(LIBCRYPTO_SONAME ": undefined symbol: noSuchFunction"));
+    }
+}
+
 TEST(Digests, HaveTheKnownValues) {
     CapturedLog log;
     EXPECT_EQ(getSM3HashValue("abc"), "66c7f0f462eeedd9d1f2d46bdc10e4e24167c4875cf2f7a2297da02b8f4ba8e0");
@@ -94,13 +117,6 @@ TEST(Digests, HaveTheKnownValues) {
     EXPECT_TRUE(getKmodNameHash(nullptr, 0) == 0x811C9DC5U && getKmodNameHash("ab", 1) == 0xE40C292CU);
     EXPECT_EQ(getKmodNameHash("\xFF", 1), 0xF9F3A14EU);
     EXPECT_THAT(log.take(), ElementsAre());
-    cryptoLibraryHasNoDigests = true;
-    EXPECT_EQ(getSM3HashLast64Bits("abc") + getSM3HashLast32Bits("abc"), 0U);
-    cryptoLibraryHasNoDigests = false;
-    EXPECT_THAT(log.take(), ElementsAre("ERROR [getSM3HashValue] Unsupported hash function SM3",
-                                        "ERROR [getSM3HashLast64Bits] hash string is too short",
-                                        "ERROR [getSM3HashValue] Unsupported hash function SM3",
-                                        "ERROR [getSM3HashLast32Bits] Hash string is too short"));
 }
 
 TEST(ConfigFiles, AreReadByTwoSetsOfRules) {

@@ -1,0 +1,267 @@
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <linux/capability.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <map>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cli/label_manager.h"
+#include "label/label.h"
+#include "tests/e2e/field_values.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/run.h"
+#include "tests/support/table.h"
+#include "tests/support/temporary_tree.h"
+
+namespace {
+
+// Many labellings need not ask the package database as many times.
+class WithoutPackages {
+ public:
+    WithoutPackages() { setenv("PATH", "", 1); }
+    ~WithoutPackages() { setenv("PATH", path.c_str(), 1); }
+    WithoutPackages(const WithoutPackages&) = delete;
+    WithoutPackages& operator=(const WithoutPackages&) = delete;
+
+ private:
+    std::string path = std::getenv("PATH");
+};
+
+std::map<std::string, uint64_t> listedTids() {
+    std::map<std::string, uint64_t> listed;
+    UserSetRecord* records = nullptr;
+    const int count = showUserSetFileTid(&records);
+    for (int i = 0; i < count; ++i) {
+        listed[records[i].path] = records[i].values[0];
+    }
+    std::free(records);
+    return listed;
+}
+
+// Without root's right to read what belongs to others; for the rest of the process.
+int withoutOverride(const std::function<int()>& body) {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+    syscall(SYS_capget, &header, sets);
+    sets[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+    return syscall(SYS_capset, &header, sets) == 0 ? body() : -1;
+}
+
+// The kernel as it was before 6.13: no attribute calls by directory and name.
+void withoutNewCalls() {
+    sock_filter lines[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, 463, 0, 2), BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, 464, 1, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter{std::size(lines), lines};
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
+        _exit(126);
+    }
+}
+
+}  // namespace
+
+TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
+    TemporaryTree tree;
+    const std::string odd = "new\nline \xff";
+    for (const std::string& name :
+         {std::string("file"), odd, std::string(255, 'n'), std::string("skip/in"), std::string("d/e/f")}) {
+        tree.file(name);
+    }
+    tree.link("d/dangling", "nowhere");
+    ASSERT_EQ(mkfifo(tree.path("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(setFileTid(tree.path("d/e/f").c_str(), 0x21, 0), 0);
+    ASSERT_EQ(setFileTid((tree.path() + "/fi*").c_str(), 0x22, 1), 0);
+    std::filesystem::remove(tree.path("file"));
+    tree.file("file");
+
+    CapturedLog log;
+    for (const char* threads : {"1", "4"}) {
+        setenv("ZORV_LABEL_THREADS", threads, 1);
+        EXPECT_EQ(addTagFullSystem(tree.path().c_str(), {tree.path("skip")}), 0);
+        const std::string summary = replaceAll(log.take().back(), ", [0-9.]+ seconds", "");
+        EXPECT_EQ(summary, "INFO [labelWholeTree] " + tree.path() +
+                               (*threads == '1' ? ": 9 labelled, 0 unchanged, 0 failed"
+                                                : ": 0 labelled, 9 unchanged, 0 failed"));
+    }
+    lremovexattr(tree.path("d/dangling").c_str(), kLabelAttribute);
+    lremovexattr(tree.path("d/e/f").c_str(), kLabelAttribute);
+    EXPECT_EQ(runTool({"-a", "-s", tree.path("d")}, {.prepare = withoutNewCalls}).status, 0);
+    EXPECT_EQ(getLabelSetStatus(), 2);
+    EXPECT_EQ(labelAttribute(tree.path("skip")) + labelAttribute(tree.path("skip/in")), "nonenone");
+    EXPECT_EQ(labelAttribute(tree.path("d/dangling")).size(), 41U * 2);
+    EXPECT_EQ(tidOf(tree.path("file")), 0x22U);
+    EXPECT_EQ(tidOf(tree.path("fifo")), 0x22U);
+    EXPECT_EQ(tidOf(tree.path("d/e/f")), 0x21U);
+    EXPECT_NE(addTagFullSystem(tree.path("file").c_str(), {}), 0);
+    EXPECT_NE(addTagFullSystem("/proc", {}), 0);
+}
+
+// Neither bad lines of the policy nor an unreadable directory nor a file system without attributes keep the
+// rest from its labels.
+TEST(Scan, GoesOnPastWhatItCannotLabel) {
+    TemporaryTree tree;
+    for (const char* name : {"closed/in", "open/in", "plain/here"}) {
+        tree.file(name);
+    }
+    ASSERT_EQ(chmod(tree.path("closed").c_str(), 0700), 0);
+    ASSERT_EQ(chown(tree.path("closed").c_str(), 1, 1), 0);
+    ASSERT_EQ(mount("plain", tree.path("plain").c_str(), "ramfs", 0, nullptr), 0);
+    tree.file("plain/a");
+    tree.file("plain/below/b");
+    const std::string policy = std::getenv("ZORV_LABEL_POLICY_FILE");
+    putFile(policy, "[tid]\n/x = 10000000f0\n" + tree.path() + "/open/* = 9\n[inherit_flag]\n/y = 3\n");
+    const RunResult run = runInChild([&] {
+        CapturedLog log;
+        const bool failed = withoutOverride([&] { return addTagFullSystem(tree.path().c_str(), {}); }) != 0;
+        for (const std::string& line : log.take()) {
+            if (!line.starts_with("DEBUG")) {
+                std::cout << replaceAll(line, ", [0-9.]+ seconds", "") << std::endl;
+            }
+        }
+        return failed ? 0 : 1;
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(split(run.out, "\n"),
+                testing::UnorderedElementsAre(
+                    "ERROR [readRules] " + policy + ": [tid] /x: bad value '10000000f0'",
+                    "ERROR [readRules] " + policy + ": [inherit_flag] /y: bad value '3'",
+                    "ERROR [fail] " + tree.path("closed") + ": Permission denied",
+                    "WARN [warnOfFileSystem] " + tree.path("plain") +
+                        ": the file system has no attributes for labels and is left alone",
+                    "INFO [labelWholeTree] " + tree.path() + ": 3 labelled, 0 unchanged, 1 failed", ""));
+    EXPECT_EQ(tidOf(tree.path("open/in")), 9U);
+    std::filesystem::remove(policy);
+    umount2(tree.path("plain").c_str(), MNT_DETACH);
+}
+
+// Every file has the label that restoring it alone gives, though a labelling looks its rules up in another
+// way.
+TEST(Scan, AgreesWithRestore) {
+    constexpr const char* kRoot = "/usr/share/dpkg";  // whose files belong to a package
+    constexpr const char* kPolicy =
+        "[tid]\n*/a* = 1\n/usr/* = 2\n/usr/share/dpkg/b* = 3\n/usr/share/dpkg/?b* = 4\n"
+        "/usr/share/dpkg/ab = 5\n/usr/share/dpkg/*b?a = 6\n"
+        "[inherit_flag]\n/usr/share/dpk?/* = 5\n/usr/share/dpkg/b/b/* = 7\n";
+    ASSERT_EQ(mount("files", kRoot, "tmpfs", 0, nullptr), 0);
+    putFile(std::getenv("ZORV_LABEL_POLICY_FILE"), kPolicy);
+    std::vector<std::string> paths = {kRoot};
+    for (const char* name : {"a", "b", "a/a", "b/b", "b/b/a", "b/b/a/b"}) {
+        const std::string directory = std::string(kRoot) + "/" + name;
+        std::filesystem::create_directory(directory);
+        paths.push_back(directory);
+        for (const char* file : {"/ab", "/ba", "/aba", "/cputable"}) {
+            putFile(directory + file, "");
+            chmod((directory + file).c_str(), file[1] == 'a' ? 0755 : 0644);
+            paths.push_back(directory + file);
+        }
+    }
+    putFile(std::string(kRoot) + "/cputable", "");
+    paths.push_back(std::string(kRoot) + "/cputable");
+
+    const ZORV_ID id{1, 2, 3};
+    int failures = setPkgId("dpkg", 0xd) + setFileTid("/usr/share/dpkg/b/ba", 0x20, 0);
+    failures += setFileTid("/usr/share/dpkg*a?", 0x21, 1) + setFileTid("/usr/share/dpkg/b/*", 0x22, 1);
+    failures += setFileOid("/usr/share/dpkg/?/?/*b", 1, id) + setFileSid("/usr/share/dpkg/a/aba", 0, id);
+    failures += setFileSid("/usr/share/dpkg/a*", 1, id) + setFileInheritFlag("/usr/share/dpkg/*table", 0, 1);
+    EXPECT_EQ(failures, 0);
+
+    for (const std::string& path : paths) {
+        lremovexattr(path.c_str(), kLabelAttribute);
+    }
+    ASSERT_EQ(addTagFullSystem(kRoot, {}), 0);
+    for (const std::string& path : paths) {
+        const std::string scanned = labelAttribute(path);
+        EXPECT_NE(restoreSingleFileLabel(path), "");
+        EXPECT_EQ(scanned, labelAttribute(path)) << path;
+    }
+    EXPECT_EQ(clearFileOid() + clearFileSid() + clearFileTid() + clearFileInheritFlag() + clearUserSetPkgId(),
+              0);
+    std::filesystem::remove(std::getenv("ZORV_LABEL_POLICY_FILE"));
+    umount2(kRoot, MNT_DETACH);
+}
+
+TEST(Scan, NeverLeavesItsRoot) {
+    TemporaryTree tree;
+    const WithoutPackages without;
+    for (int i = 0; i < 20; ++i) {
+        tree.file("outside/d/f" + std::to_string(i));
+        tree.file("root/d/f" + std::to_string(i));
+    }
+    tree.link("root/d.swap", tree.path("outside/d"));
+    tree.link("root/d/f0.swap", tree.path("outside/d/f0"));
+    std::atomic<bool> ended = false;
+    std::thread swapper([&] {
+        while (!ended) {
+            renameat2(AT_FDCWD, tree.path("root/d").c_str(), AT_FDCWD, tree.path("root/d.swap").c_str(),
+                      RENAME_EXCHANGE);
+            renameat2(AT_FDCWD, tree.path("root/d/f0").c_str(), AT_FDCWD, tree.path("root/d/f0.swap").c_str(),
+                      RENAME_EXCHANGE);
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        addTagFullSystem(tree.path("root").c_str(), {});
+    }
+    ended = true;
+    swapper.join();
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree.path("outside"))) {
+        EXPECT_EQ(labelAttribute(entry.path()), "none") << entry.path();
+    }
+}
+
+// Values set, deleted and cleared while a labelling runs hold after it, whether it ends or is killed.
+TEST(Scan, GivesWayToChangesMadeMeanwhile) {
+    TemporaryTree tree;
+    const WithoutPackages without;
+    for (int i = 0; i < 3000; ++i) {
+        tree.file("d" + std::to_string(i % 30) + "/f" + std::to_string(i));
+    }
+    int interrupted = 0;
+    for (int round = 0; round < 40; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(addTagFullSystem(tree.path().c_str(), {}) == 0 ? 0 : 1);
+        }
+        while (getLabelSetStatus() != 1 && waitpid(child, nullptr, WNOHANG) == 0) {
+            std::this_thread::yield();
+        }
+        for (const int number : {round, round + 1000, 2999 - round}) {
+            const std::string path =
+                tree.path("d" + std::to_string(number % 30) + "/f" + std::to_string(number));
+            ASSERT_EQ(setFileTid(path.c_str(), static_cast<uint32_t>(round + 1), 0), 0);
+        }
+        if (round % 8 == 7) {
+            ASSERT_EQ(clearFileTid(), 0);
+        }
+        if (round % 2 == 0) {
+            kill(child, SIGKILL);
+        }
+        waitpid(child, nullptr, 0);
+        interrupted += getLabelSetStatus() == 3 ? 1 : 0;
+        const std::map<std::string, uint64_t> listed = listedTids();
+        for (int i = 0; i < 3000; ++i) {
+            const std::string path = tree.path("d" + std::to_string(i % 30) + "/f" + std::to_string(i));
+            const auto value = listed.find(path);
+            Label label;
+            label.getFromXattr(path, false);
+            ASSERT_EQ(label.tid_, value != listed.end() ? value->second : 0U) << path << ' ' << round;
+        }
+    }
+    EXPECT_GT(interrupted, 0);
+}

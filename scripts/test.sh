@@ -9,7 +9,7 @@ scripts/setup.sh
 if [ $# -eq 0 ]; then
     echo "test: formatting"
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
-    git ls-files '*.sh' '*.bash' .ci/run | xargs shellcheck
+    git ls-files '*.sh' '*.bash' .ci/run 'debian/*.p*inst' 'debian/*.p*rm' | xargs shellcheck
     echo "test: manual pages"
     for page in packaging/man/*; do
         mandoc -Tlint -W warning "$page"

@@ -183,9 +183,9 @@ ok "an upgrade keeps what users set"
 
 # --- an administrator ---------------------------------------------------------------------------------------------
 
-has_mode /var/log/zorv '750 root:adm'
+has_mode /var/log/zorv '2750 root:adm'
 has_mode $store '700 root:root'
-ok "the log's directory is 0750 root:adm, the store's 0700 root:root"
+ok "the log's directory is 2750 root:adm, the store's 0700 root:root"
 
 prints 'set file tid success. /srv/tree/a' $tool -a -t /srv/tree/a 1f
 prints '/srv/tree/a tid:0000001f' $tool -g -t /srv/tree/a
@@ -198,12 +198,14 @@ grep -qE '^[0-9-]{10} [0-9:.]{12} [0-9]+ \[ERROR\] \[.*/srv/tree/none.*No such f
 ok "a failure prints the tool's words alone, and the log has the reason"
 lines=$(wc -l <"$root$log")
 user=(setpriv --reuid=65534 --regid=65534 --clear-groups)
-prints 'file: /srv/tree/a label: 0000000000000001-0000000000000002-0000000000000003:31:0000000000000000-0000000000000000-0000000000000000:0:0000000000000000-0000000000000000-0000000000000000' \
+complaint="chmod failed for $log: Permission denied"
+prints "$complaint"$'\n''file: /srv/tree/a label: 0000000000000001-0000000000000002-0000000000000003:31:0000000000000000-0000000000000000-0000000000000000:0:0000000000000000-0000000000000000-0000000000000000' \
     "${user[@]}" $tool -g -l /srv/tree/a
-prints 'set file oid error. /srv/tree/a' "${user[@]}" $tool -a -o /srv/tree/a 1 2 3
+prints "$complaint"$'\nset file oid error. /srv/tree/a' "${user[@]}" $tool -a -o /srv/tree/a 1 2 3
 fails in_root "${user[@]}" cat "$log"
 [ "$(wc -l <"$root$log")" -eq "$lines" ]
-ok "so it is for a user without privilege, who cannot read the log"
+has_mode $log '640 root:adm'
+ok "a user without privilege sees the same after a complaint on standard error, and cannot read the log, which is 0640"
 
 in_root $tool -a -s /srv/tree
 grep -q '\[INFO\].*full labelling\|\[INFO\].*labelled' "$root$log"

@@ -14,11 +14,7 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::Pair;
-using testing::UnorderedElementsAre;
-using Lines = std::vector<std::string>;
+using namespace testing;
 using namespace std::string_literals;
 
 TEST(Strings, AreTrimmedSplitAndReplaced) {

@@ -19,13 +19,6 @@
 
 namespace {
 
-// Stops at an input that breaks a promise.
-void require(bool kept) {
-    if (!kept) {
-        __builtin_trap();
-    }
-}
-
 void readConfigs(const std::string& input) {
     std::istringstream flat(input);
     for (const auto& [key, value] : readConfigText(flat)) {

@@ -113,7 +113,6 @@ expect '-3 ' $files
 expect '-R -g -l plain ' $files
 expect '-d --tid plain ' $files
 expect '-d -t -g ' $files
-expect '-r -l plain '
 expect $'-g -l it\t' $awkward
 expect $'-g -l it\\\'s\\ a\t' $awkward
 expect $'-g -l "it\'s a\t' $awkward

@@ -1,4 +1,3 @@
-#include <cinttypes>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -21,9 +20,7 @@
 namespace {
 
 std::string hexadecimalSm3(const std::string& text) {
-    char digits[17];
-    std::snprintf(digits, sizeof(digits), "%016" PRIx64, getSM3HashLast64Bits(text));
-    return digits;
+    return getSM3HashValue(text).substr(48);  // as the last 64 bits are printed
 }
 
 std::string fillIn(std::string text, const std::string& tree) {
@@ -84,38 +81,34 @@ TEST(Manager, ServesAnAdministratorsSession) {
 }
 
 TEST(Manager, RefusesStoresThatItCannotTrust) {
+    constexpr const char* kTable = R"(
+# how the store is spoiled | why it is refused
+rm -r STORE && touch STORE      | STORE: Not a directory
+chmod 777 STORE                 | STORE: refused: writable by others
+chown 1 STORE                   | STORE: refused: not owned by root
+chmod 660 STORE/label.db        | STORE/label.db: refused: writable by others
+ln -sf /dev/null STORE/label.db | STORE/label.db: refused: not a regular file
+cp /bin/true STORE/label.db     | STORE/label.db: file is not a database
+)";
     TemporaryTree tree;
     const std::string file = tree.file("file");
     const std::string store = std::getenv("ZORV_LABEL_STATE_DIR");
     const std::string database = store + "/label.db";
-    const struct {
-        const char* name;
-        std::function<void()> spoil;
-        const char* reason;
-    } rows[] = {
-        {"not a directory", [&] { std::filesystem::remove_all(store), putFile(store, ""); },
-         "STORE: Not a directory"},
-        {"open to others", [&] { chmod(store.c_str(), 0777); }, "STORE: refused: writable by others"},
-        {"of another user", [&] { chown(store.c_str(), 1, 1); }, "STORE: refused: not owned by root"},
-        {"open file", [&] { chmod(database.c_str(), 0660); }, "STORE/label.db: refused: writable by others"},
-        {"a link", [&] { unlink(database.c_str()), symlink("/dev/null", database.c_str()); },
-         "STORE/label.db: refused: not a regular file"},
-        {"garbage", [&] { putFile(database, std::string(5000, 'x')); },
-         "STORE/label.db: file is not a database"},
+    const auto content = [&] {
+        return std::filesystem::is_regular_file(database) ? fileContent(database) : "";
     };
-    for (const auto& row : rows) {
+    for (const Lines& row : readTable(kTable, 2)) {
         std::filesystem::remove_all(store);
         ASSERT_EQ(setFileTid(file.c_str(), 7, 0), 0);
-        row.spoil();
-        const std::string before = std::filesystem::is_regular_file(database) ? fileContent(database) : "";
+        ASSERT_EQ(std::system(replaceAll(row[0], "STORE", store).c_str()), 0);
+        const std::string before = content();
         CapturedLog log;
-        EXPECT_NE(setFileTid(file.c_str(), 8, 0), 0) << row.name;
-        EXPECT_EQ(log.take(), Lines{"ERROR [setFileTid] " + replaceAll(row.reason, "STORE", store)});
+        EXPECT_NE(setFileTid(file.c_str(), 8, 0), 0) << row[0];
+        EXPECT_EQ(log.take(), Lines{"ERROR [setFileTid] " + replaceAll(row[1], "STORE", store)});
         UserSetRecord* records = nullptr;
-        EXPECT_LT(showUserSetFileTid(&records), 0) << row.name;
-        EXPECT_EQ(labelAttribute(file).substr(48, 10), "0700000020") << row.name;
-        EXPECT_EQ(std::filesystem::is_regular_file(database) ? fileContent(database) : "", before)
-            << row.name;
+        EXPECT_LT(showUserSetFileTid(&records), 0) << row[0];
+        EXPECT_EQ(labelAttribute(file).substr(48, 10), "0700000020") << row[0];
+        EXPECT_EQ(content(), before) << row[0];
     }
     std::filesystem::remove_all(store);
 }

@@ -50,9 +50,7 @@ std::string deserialized(Label& label, const std::vector<unsigned char>& value) 
 TEST(LabelModel, ReadsTexts) {
     constexpr const char* kTable = R"(
 # what is read, as text | the text that comes back | why it was rejected
-I | I
 00000000000000AB-000000000000000C-FFFFFFFFFFFFFFFF | 00000000000000ab-000000000000000c-ffffffffffffffff
-______________ab-0000000000000001-0000000000000002 | 00000000000000ab-0000000000000001-0000000000000002
 0x000000000000ab-0X00000000000001-0000000000000002 | 00000000000000ab-0000000000000001-0000000000000002
 00000000000000a_-_000000000000001-0000000000000002 | 000000000000000a-0000000000000001-0000000000000002
 -000000000000001-0000000000000001-0000000000000002 | ffffffffffffffff-0000000000000001-0000000000000002
@@ -142,13 +140,10 @@ TEST(LabelModel, ChecksBuffers) {
     const Id id{1, 0, 3};
     EXPECT_EQ(kFull.serializeToBuffer(buffer.data(), 80), 0U);
     EXPECT_EQ(kFull.serializeToBuffer(nullptr, 81), 0U);
-    try {
-        id.toBytes(buffer.data(), 15);
-        ADD_FAILURE();
-    } catch (const LabelError& error) {
-        EXPECT_EQ(error.code, 3);
-        EXPECT_STREQ(error.what(), "Buffer size is insufficient for ID serialization");
-    }
+    EXPECT_THAT([&] { id.toBytes(buffer.data(), 15); },
+                Throws<LabelError>(AllOf(
+                    Field(&LabelError::code, 3),
+                    Property(&LabelError::what, StrEq("Buffer size is insufficient for ID serialization")))));
     EXPECT_EQ(id.toBytes(nullptr), nullptr);
     EXPECT_EQ(id.toBytes(nullptr, 0), nullptr);
     EXPECT_EQ(Id::fromBytes(nullptr).toString(), expand("Z"));
@@ -210,7 +205,4 @@ set  | @/LONG | -2 | ERROR [setToXattr] exception: filesystem error: status: Fil
     EXPECT_EQ(umount(readOnly.c_str()), 0);
     EXPECT_EQ(labelAttribute(tree.path("bare")), kFullHex);
     EXPECT_EQ(labelAttribute(tree.path("link")), kFullHex);
-    Label read;
-    EXPECT_EQ(read.getFromXattr(tree.path("bare"), false), 0);
-    EXPECT_EQ(read.toString(), kFull.toString());
 }

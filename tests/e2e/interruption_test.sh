@@ -27,41 +27,41 @@ fail() {
     exit 1
 }
 
-# What users set, as the next command lists it, and then the attributes.
-state() {
-    "$tool" -g -u -t --all 2>/dev/null | grep -v '^read log config' || true
-    getfattr --absolute-names -e hex -n security.zorv "$work"/files/* 2>&1 || true
+# What users set, as the next command lists it.
+user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done; }
+# "FILE LABEL" of every labelled file, sorted.
+labels() {
+    getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |
+        awk '/^# file/ { file = $3 } /^security/ { print file, $0 }' | sort
 }
+state() { user_set && labels; }
+status() { PATH=/nonexistent "$tool" -g -b 2>/dev/null | sed -n 's/^LabelSetStatus: //p'; }
 
-start_over() {
-    rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
-    mkdir "$work/files"
-    touch "$work/files/a" "$work/files/b"
-    : >"$log"
-    "setup_$1"
-}
-setup_empty() { :; }
-setup_paths() {
-    "$tool" -a -t "$work/files/a" 5
-    "$tool" -a -t "$work/files/b" 5
-} >/dev/null 2>&1
 # Labelled files, unlabelled ones, and values that a labelling has to find.
-setup_tree() {
-    mkdir "$work/files"/d{1..10}
-    touch "$work/files"/d{1..10}/f{1..15}
-    "$tool" -P -a -t "$work/files/d1/*" 8
-    "$tool" -a -n "$work/files/d2/f2" 5
+setup() {
+    case $1 in
+    paths) "$tool" -a -t "$work/files/a" 5 && "$tool" -a -t "$work/files/b" 5 ;;
+    pattern) "$tool" -P -a -t "$work/files/?" 6 ;;
+    tree)
+        mkdir "$work/files"/d{1..10}
+        touch "$work/files"/d{1..10}/f{1..15}
+        "$tool" -P -a -t "$work/files/d1/*" 8
+        "$tool" -a -n "$work/files/d2/f2" 5
+        ;;
+    esac
 } >/dev/null 2>&1
-setup_pattern() { "$tool" -P -a -t "$work/files/?" 6 >/dev/null 2>&1; }
 # A copy is faster than the commands that made it.
 saved_start() {
+    rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
     if [ ! -d "$work/saved_$1" ]; then
-        start_over "$1"
+        mkdir "$work/files"
+        touch "$work/files/a" "$work/files/b"
+        setup "$1"
         mkdir "$work/saved_$1"
         cp -a "$work/files" "$work/saved_$1/"
         cp -a "$ZORV_LABEL_STATE_DIR" "$work/saved_$1/" 2>/dev/null || true
+        rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
     fi
-    rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
     cp -a "$work/saved_$1/." "$work/"
     : >"$log"
 }
@@ -115,14 +115,6 @@ interrupt() { # SETUP COMMAND...
     done <"$work/points"
     echo "${command[*]//$work/}: $count calls killed and failed, list and attributes agree after each"
 }
-
-# "FILE LABEL" of every labelled file, sorted.
-labels() {
-    getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |
-        awk '/^# file/ { file = $3 } /^security/ { print file, $0 }' | sort
-}
-user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done; }
-status() { PATH=/nonexistent "$tool" -g -b 2>/dev/null | sed -n 's/^LabelSetStatus: //p'; }
 
 # A labelling of the whole tree, killed: every file has its old or its new label, the status says whether all have,
 # what users set is listed as before, and the next labelling completes the work.

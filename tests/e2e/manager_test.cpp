@@ -1,5 +1,3 @@
-#include <atomic>
-#include <cinttypes>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -8,14 +6,12 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
-#include <thread>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "cli/label_manager.h"
 #include "common/sm3_hash.h"
-#include "tests/e2e/field_values.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
@@ -23,18 +19,8 @@
 
 namespace {
 
-// Keeps the logger's own lines out of what the tool prints.
-void configureLog() {
-    std::filesystem::create_directories("/etc/zorv/label");
-    putFile("/etc/zorv/label/zorv-label-log.properties",
-            "log4cpp.rootCategory=INFO, A\nlog4cpp.appender.A=FileAppender\n"
-            "log4cpp.appender.A.fileName=/var/log/zorv/test.log\nlog4cpp.appender.A.layout=BasicLayout\n");
-}
-
 std::string hexadecimalSm3(const std::string& text) {
-    char digits[17];
-    std::snprintf(digits, sizeof(digits), "%016" PRIx64, getSM3HashLast64Bits(text));
-    return digits;
+    return getSM3HashValue(text).substr(48);  // as the last 64 bits are printed
 }
 
 std::string fillIn(std::string text, const std::string& tree) {
@@ -45,34 +31,26 @@ std::string fillIn(std::string text, const std::string& tree) {
     return text;
 }
 
-// Functions in processes of their own, all at once. Started by the only thread of this process.
-std::vector<pid_t> startTogether(const std::vector<std::function<int()>>& bodies) {
-    std::vector<pid_t> children;
-    for (const auto& body : bodies) {
-        const pid_t child = fork();
-        if (child == 0) {
-            _exit(body());
-        }
-        children.push_back(child);
-    }
-    return children;
+std::string nextMessage(void* subscriber) {
+    char* message = nullptr;
+    const std::string text = recvLabelChangeMsg(subscriber, &message) == 0 ? message : "failed";
+    std::free(message);
+    return text;
 }
 
-// True when all of them answered 0.
-bool succeedTogether(const std::vector<pid_t>& children) {
-    bool succeeded = true;
-    for (const pid_t child : children) {
-        int status = 0;
-        waitpid(child, &status, 0);
-        succeeded = succeeded && status == 0;
+// What a listener gets of everything so far, as lines; a change of its own tells where that ends.
+std::string messagesSoFar(void* subscriber) {
+    std::string all = std::to_string(setPkgId("mark", 1) + delUserSetPkgId("mark"));
+    while (!all.ends_with("package del_id mark " + hexadecimalSm3("mark")) && !all.ends_with("failed")) {
+        all += '\n' + nextMessage(subscriber);
     }
-    return succeeded;
+    return all;
 }
 
 }  // namespace
 
 TEST(Manager, ServesAnAdministratorsSession) {
-    configureLog();
+    putFile(kLogProperties, "log4cpp.rootCategory=INFO, A\n" + fileAppender("A", "/var/log/zorv/test.log"));
     TemporaryTree tree;
     chmod(tree.file("script").c_str(), 0755);
     for (const char* name : {"docs/a.txt", "docs/b.txt", "docs/deep/c.txt", "private/key"}) {
@@ -83,29 +61,19 @@ TEST(Manager, ServesAnAdministratorsSession) {
             fillIn("[tid]\nTREE/* = 3\nTREE/docs/*.txt = 0x11\nTREE/docs/* = x\n[exclude]\nTREE/private* =\n",
                    tree.path()));
     ASSERT_EQ(chdir(tree.path().c_str()), 0);
-    const ToolInBackground listener({"-S"});
-    std::string received;
-    for (uint64_t i = 1; i < 1000 && received.empty(); ++i) {  // until it listens
-        ASSERT_EQ(setPkgId("ready", i), 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        received = listener.outEndingWith("");
-    }
-    ASSERT_EQ(delUserSetPkgId("ready"), 0);
-    received = listener.outEndingWith("Recviced: package del_id ready " + hexadecimalSm3("ready") + "\n");
-    for (const std::vector<std::string>& row :
-         readTable(fileContent(TESTS_DIRECTORY "/e2e/session.txt"), 4)) {
+    void* subscriber = createSubscriber();
+    ASSERT_EQ(subscribeLabelChangeMsg(subscriber, ""), 0);
+    for (const Lines& row : readTable(fileContent(TESTS_DIRECTORY "/e2e/session.txt"), 4)) {
         const RunResult run = runTool(split(fillIn(row[0], tree.path()), " "));
         std::string out = replaceAll(replaceAll(run.out, "[0-9]+\\.[0-9]{4} ", "SECONDS "), " ?\n$", "");
         EXPECT_EQ(std::to_string(run.status) + " " + out, row[1] + " " + fillIn(row[2], tree.path()))
             << row[0];
         EXPECT_EQ(run.err, "") << row[0];
-        const std::string expected =
-            row[3].empty()
-                ? ""
-                : "Recviced: " + replaceAll(fillIn(row[3], tree.path()), "\n", "\nRecviced: ") + "\n";
-        const std::string all = listener.outEndingWith(received + expected);
-        EXPECT_EQ(all.substr(received.size()), expected) << row[0];
-        received = all;
+        EXPECT_EQ(messagesSoFar(subscriber),
+                  fillIn("0\n" + row[3] + (row[3].empty() ? "" : "\n") +
+                             "package set_id mark 0000000000000001\npackage del_id mark SM3(mark)",
+                         tree.path()))
+            << row[0];
     }
     lremovexattr("/usr/bin/ls", "security.zorv");
     std::filesystem::remove(std::getenv("ZORV_LABEL_POLICY_FILE"));
@@ -113,116 +81,81 @@ TEST(Manager, ServesAnAdministratorsSession) {
 }
 
 TEST(Manager, RefusesStoresThatItCannotTrust) {
+    constexpr const char* kTable = R"(
+# how the store is spoiled | why it is refused
+rm -r STORE && touch STORE      | STORE: Not a directory
+chmod 777 STORE                 | STORE: refused: writable by others
+chown 1 STORE                   | STORE: refused: not owned by root
+chmod 660 STORE/label.db        | STORE/label.db: refused: writable by others
+ln -sf /dev/null STORE/label.db | STORE/label.db: refused: not a regular file
+cp /bin/true STORE/label.db     | STORE/label.db: file is not a database
+)";
     TemporaryTree tree;
     const std::string file = tree.file("file");
     const std::string store = std::getenv("ZORV_LABEL_STATE_DIR");
     const std::string database = store + "/label.db";
-    const struct {
-        const char* name;
-        std::function<void()> spoil;
-        const char* reason;
-    } rows[] = {
-        {"not a directory", [&] { putFile(store, ""); }, "STORE: Not a directory"},
-        {"open to others", [&] { chmod(store.c_str(), 0777); }, "STORE: refused: writable by others"},
-        {"of another user", [&] { chown(store.c_str(), 1, 1); }, "STORE: refused: not owned by root"},
-        {"open file", [&] { chmod(database.c_str(), 0660); }, "STORE/label.db: refused: writable by others"},
-        {"a link", [&] { symlink("/dev/null", database.c_str()); },
-         "STORE/label.db: refused: not a regular file"},
-        {"garbage", [&] { putFile(database, std::string(5000, 'x')); },
-         "STORE/label.db: file is not a database"},
+    const auto content = [&] {
+        return std::filesystem::is_regular_file(database) ? fileContent(database) : "";
     };
-    for (const auto& row : rows) {
+    for (const Lines& row : readTable(kTable, 2)) {
         std::filesystem::remove_all(store);
         ASSERT_EQ(setFileTid(file.c_str(), 7, 0), 0);
-        if (row.name == std::string("not a directory")) {
-            std::filesystem::remove_all(store);
-        } else if (row.name == std::string("a link")) {
-            std::filesystem::remove(database);
-        }
-        row.spoil();
-        const std::string before = std::filesystem::is_regular_file(database) ? fileContent(database) : "";
+        ASSERT_EQ(std::system(replaceAll(row[0], "STORE", store).c_str()), 0);
+        const std::string before = content();
         CapturedLog log;
-        EXPECT_NE(setFileTid(file.c_str(), 8, 0), 0) << row.name;
-        EXPECT_EQ(log.take(),
-                  std::vector<std::string>{"ERROR [setFileTid] " + replaceAll(row.reason, "STORE", store)});
+        EXPECT_NE(setFileTid(file.c_str(), 8, 0), 0) << row[0];
+        EXPECT_EQ(log.take(), Lines{"ERROR [setFileTid] " + replaceAll(row[1], "STORE", store)});
         UserSetRecord* records = nullptr;
-        EXPECT_LT(showUserSetFileTid(&records), 0) << row.name;
-        EXPECT_EQ(labelAttribute(file).substr(48, 10), "0700000020") << row.name;
-        EXPECT_EQ(std::filesystem::is_regular_file(database) ? fileContent(database) : "", before)
-            << row.name;
+        EXPECT_LT(showUserSetFileTid(&records), 0) << row[0];
+        EXPECT_EQ(labelAttribute(file).substr(48, 10), "0700000020") << row[0];
+        EXPECT_EQ(content(), before) << row[0];
     }
     std::filesystem::remove_all(store);
 }
 
 TEST(Manager, LosesNothingBetweenProcesses) {
-    TemporaryTree tree;
-    const std::string file = tree.file("file");
-    void* subscriber =
-        createSubscriber();  // what a process does before it forks must not disturb its children
-    ASSERT_EQ(setFileTid(file.c_str(), 1, 0) + subscribeLabelChangeMsg(subscriber, ""), 0);
-    const auto setTids = [&file] {
-        int failures = 0;
-        for (uint32_t i = 1; i <= 500; ++i) {
-            failures += setFileTid(file.c_str(), i, 0) != 0 ? 1 : 0;
-        }
-        return failures;
-    };
-    const auto setFlags = [&file] {
-        int failures = 0;
-        for (uint32_t i = 1; i <= 500; ++i) {
-            failures += setFileInheritFlag(file.c_str(), i % 8, 0) != 0 ? 1 : 0;
-        }
-        return failures;
-    };
-    EXPECT_TRUE(succeedTogether(startTogether({setTids, setFlags})));
-    uint32_t flag = 9;
-    EXPECT_EQ(tidOf(file), 500U);
-    EXPECT_EQ(getFileInheritFlag(file.c_str(), &flag), 0);
-    EXPECT_EQ(flag, 500U % 8);
-}
-
-TEST(Manager, DeliversEveryChangeOnceAndInOrder) {
-    constexpr int kWriters = 4;
     constexpr uint32_t kChanges = 500;
     TemporaryTree tree;
     void* subscriber = createSubscriber();
     void* packages = createSubscriber();
     ASSERT_EQ(subscribeLabelChangeMsg(subscriber, "file "), 0);  // before there is a store
     ASSERT_EQ(subscribeLabelChangeMsg(packages, "package set"), 0);
-    std::vector<std::function<int()>> writers;
-    for (int writer = 0; writer < kWriters; ++writer) {
-        writers.push_back([path = tree.file("a b\n" + std::to_string(writer))] {
-            int failures = 0;
-            for (uint32_t i = 1; i <= kChanges; ++i) {
-                failures += setFileTid(path.c_str(), i, 0) != 0 ? 1 : 0;
+    std::vector<pid_t> writers;
+    const std::string files[] = {tree.file("a b\n"), tree.file("c")};
+    for (const std::string& file : files) {
+        for (const auto set : {setFileTid, setFileInheritFlag}) {
+            writers.push_back(fork());  // what this process has done must not disturb its children
+            if (writers.back() == 0) {
+                int failures = 0;
+                for (uint32_t i = 1; i <= kChanges; ++i) {
+                    failures += set(file.c_str(), i % 8, 0) != 0 ? 1 : 0;
+                }
+                _exit(failures == 0 ? 0 : 1);
             }
-            return failures;
-        });
+        }
     }
-    const std::vector<pid_t> children = startTogether(writers);
-    std::map<std::string, uint32_t> last;
-    for (uint32_t i = 0; i < kWriters * kChanges; ++i) {
-        char* message = nullptr;
-        ASSERT_EQ(recvLabelChangeMsg(subscriber, &message), 0);
-        const std::vector<std::string> words = split(message, " ");
-        std::free(message);
+    std::map<std::string, uint32_t> counts;
+    for (uint32_t i = 0; i < writers.size() * kChanges; ++i) {
+        const Lines words = split(nextMessage(subscriber), " ");
         ASSERT_EQ(words.size(), 4U);
-        EXPECT_EQ(words[1], "set_tid");
-        EXPECT_EQ(std::stoul(words[3], nullptr, 16), ++last[words[2]]) << words[2];
+        const std::string change = words[1] + ' ' + words[2];
+        EXPECT_EQ(std::stoul(words[3], nullptr, 16), ++counts[change] % 8) << change;
     }
-    EXPECT_TRUE(succeedTogether(children));
-    EXPECT_EQ(last.size(), size_t{kWriters});
-    EXPECT_EQ(last.begin()->first, tree.path("a\\040b\\0120"));
+    for (const pid_t writer : writers) {
+        int status = 1;
+        waitpid(writer, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(counts.size(), writers.size());
+    EXPECT_EQ(counts["set_tid " + tree.path("a\\040b\\012")], kChanges);
+    for (const std::string& file : files) {
+        EXPECT_EQ(labelAttribute(file).substr(48), "040000000400000024");
+    }
 
     ASSERT_EQ(setPkgId("x y", 1), 0);
-    char* message = nullptr;
-    ASSERT_EQ(recvLabelChangeMsg(packages, &message), 0);
-    EXPECT_STREQ(message, "package set_id x\\040y 0000000000000001");
-    std::free(message);
+    EXPECT_EQ(nextMessage(packages), "package set_id x\\040y 0000000000000001");
     std::filesystem::remove_all(std::getenv("ZORV_LABEL_STATE_DIR"));
     ASSERT_EQ(setPkgId("x", 1), 0);
-    while (recvLabelChangeMsg(packages, &message) ==
-           0) {  // the store that it followed still has its messages
-        std::free(message);
+    while (nextMessage(packages) != "failed") {  // the store that it followed still has its messages
     }
 }

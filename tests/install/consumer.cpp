@@ -1,20 +1,7 @@
-// One use of every installed header, from outside the tree and in the older language.
+// A program from outside the tree, in the older language.
 #include <iostream>
 
-#include <common/command.h>
-#include <common/config_file.h>
-#include <common/directory_traversal.h>
-#include <common/file_utils.h>
-#include <common/path_resolution.h>
-#include <common/path_safety.h>
-#include <common/process_info.h>
-#include <common/sm3_hash.h>
-#include <common/wildcard.h>
-#include <label/label.h>
-#include <label/label_binary.h>
-#include <label/label_error.h>
-#include <log/logger.h>
-#include <msg/zmq_socket.h>
+#include "every_header.h"
 
 int main() {
     try {

@@ -7,6 +7,12 @@
 #include "log/logger.h"
 #include "tests/support/table.h"
 
+std::string fileAppender(const std::string& name, const std::string& path) {
+    const std::string key = "log4cpp.appender." + name;
+    return key + "=FileAppender\n " + key + ".fileName = " + path + "\t\n" + key + ".layout=PatternLayout\n" +
+           key + ".layout.ConversionPattern=%p %m%n\n";
+}
+
 CapturedLog::CapturedLog() : appender(std::make_unique<log4cpp::OstreamAppender>("CapturedLog", &stream)) {
     auto layout = std::make_unique<log4cpp::PatternLayout>();
     layout->setConversionPattern("%p %m%n");

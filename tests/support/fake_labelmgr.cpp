@@ -4,21 +4,20 @@
 // numbers hexadecimal, and how much was printed before where that matters. An out parameter that the tool has
 // to preset and did not ends the process.
 //
-// ZORV_FAKE_ANSWERS holds lines "OPERATION=STATUS VALUE..., STATUS VALUE...": one answer a call, the last one
+// ZORV_FAKE_ANSWERS holds lines "OPERATION=STATUS VALUE...,STATUS VALUE...": one answer a call, the last one
 // stands for all further calls. Values are the out parameters (hexadecimal), each record's target and three
 // numbers, a text, or "KIND ITEM" and an id's three numbers. Without an answer an operation succeeds with
-// zeros and without texts, but a receive fails. What is answered in allocated memory and not released is a
-// leak that the address sanitizer reports.
+// zeros and without texts, but a receive fails. Memory of an answer is the tool's to release.
 
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <unistd.h>
 
 #include "cli/label_manager.h"
+#include "tests/support/table.h"
 
 static std::ostream& operator<<(std::ostream& out, const ZORV_ID& id) {
     return out << id.package << '-' << id.file << '-' << id.path;
@@ -26,20 +25,15 @@ static std::ostream& operator<<(std::ostream& out, const ZORV_ID& id) {
 
 namespace {
 
-using Script = std::map<std::string, std::deque<std::string>>;
+using Script = std::map<std::string, Lines>;
 
 int subscriberHandle;
 
 Script readScript() {
-    Script script;
-    std::istringstream text(std::getenv("ZORV_FAKE_ANSWERS"));
-    for (std::string operation, line; std::getline(text, operation, '=') && std::getline(text, line);) {
-        std::istringstream answers(line);
-        for (std::string answer; std::getline(answers, answer, ',');) {
-            script[operation].push_back(answer);
-        }
+    Script script = {{"recvLabelChangeMsg", {"-1"}}};
+    for (const std::string& line : split(std::getenv("ZORV_FAKE_ANSWERS"), "\n")) {
+        script[split(line, "=")[0]] = split(line.substr(line.find('=') + 1), ",");
     }
-    script.try_emplace("recvLabelChangeMsg", 1, "-1");
     return script;
 }
 
@@ -65,10 +59,10 @@ struct Call {
         (write(arguments), ...);
         line << '\n';
         static Script script = readScript();
-        std::deque<std::string>& answers = script[operation];
+        Lines& answers = script[operation];
         values.str(answers.empty() ? "0" : answers.front());
         if (answers.size() > 1) {
-            answers.pop_front();
+            answers.erase(answers.begin());
         }
         values >> status >> std::hex >> std::ws;
     }

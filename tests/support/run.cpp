@@ -1,6 +1,5 @@
 #include "tests/support/run.h"
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -9,25 +8,22 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include "tests/support/temporary_tree.h"
 
 namespace {
 
-std::string contentOf(int descriptor) {
-    std::string all(static_cast<size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
-    const ssize_t got = pread(descriptor, all.data(), all.size(), 0);
-    return got == static_cast<ssize_t>(all.size()) ? all : throw std::runtime_error("capture");
-}
-
 // What a child writes, in memory, so that no amount of it blocks.
 class Capture {
  public:
     ~Capture() { close(descriptor); }
 
-    std::string text() const { return contentOf(descriptor); }
+    std::string text() const {
+        std::string all(static_cast<size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
+        const ssize_t got = pread(descriptor, all.data(), all.size(), 0);
+        return got == static_cast<ssize_t>(all.size()) ? all : throw std::runtime_error("capture");
+    }
 
     const int descriptor = memfd_create("capture", 0);
 };
@@ -79,35 +75,6 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
         }
         return execTool(words);
     });
-}
-
-ToolInBackground::ToolInBackground(const std::vector<std::string>& words)
-    : out(memfd_create("capture", MFD_CLOEXEC)), child(fork()) {
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-        dup2(out, STDOUT_FILENO);
-        _exit(execTool(words));
-    }
-    if (out < 0 || child < 0) {
-        throw std::runtime_error("no tool in the background");
-    }
-}
-
-ToolInBackground::~ToolInBackground() {
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    close(out);
-}
-
-std::string ToolInBackground::outEndingWith(const std::string& ending) const {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string text = contentOf(out);
-    while (!text.ends_with(ending) && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        text = contentOf(out);
-    }
-    return text;
 }
 
 RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script,

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <string>
-#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -26,22 +25,6 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
 // The tool with the recording label manager, whose script says what it answers (see fake_labelmgr.cpp).
 RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script = "",
                           const RunOptions& options = {});
-
-// The tool, running on while the object lives.
-class ToolInBackground {
- public:
-    explicit ToolInBackground(const std::vector<std::string>& words);
-    ~ToolInBackground();
-    ToolInBackground(const ToolInBackground&) = delete;
-    ToolInBackground& operator=(const ToolInBackground&) = delete;
-
-    // What it printed so far, as soon as that ends with `ending`, or after 10 seconds.
-    std::string outEndingWith(const std::string& ending) const;
-
- private:
-    int out;
-    pid_t child;
-};
 
 // A function in a child process; its answer is the exit status.
 RunResult runInChild(const std::function<int()>& body);

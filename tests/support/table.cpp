@@ -2,13 +2,13 @@
 
 #include <regex>
 
-std::vector<std::vector<std::string>> readTable(const std::string& text, size_t columns) {
-    std::vector<std::vector<std::string>> rows;
+std::vector<Lines> readTable(const std::string& text, size_t columns) {
+    std::vector<Lines> rows;
     for (const std::string& line : split(text, "\n")) {
         if (line.find_first_not_of(' ') == std::string::npos || line.front() == '#') {
             continue;
         }
-        std::vector<std::string>& cells = rows.emplace_back(split(line, "|"));
+        Lines& cells = rows.emplace_back(split(line, "|"));
         cells.resize(columns);
         for (std::string& cell : cells) {
             cell = replaceAll(replaceAll(cell, "^ +| +$", ""), "\\\\n", "\n");
@@ -17,8 +17,8 @@ std::vector<std::vector<std::string>> readTable(const std::string& text, size_t 
     return rows;
 }
 
-std::vector<std::string> split(const std::string& text, const std::string& separator) {
-    std::vector<std::string> parts;
+Lines split(const std::string& text, const std::string& separator) {
+    Lines parts;
     for (size_t from = 0, to = 0; to != std::string::npos; from = to + separator.size()) {
         to = text.find(separator, from);
         parts.push_back(text.substr(from, to == std::string::npos ? to : to - from));

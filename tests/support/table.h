@@ -3,11 +3,13 @@
 #include <string>
 #include <vector>
 
+using Lines = std::vector<std::string>;
+
 // The rows of a table in text: one a line, cells parted by "|", blanks around them dropped, "\n" in them a
 // line end, missing cells at the end empty. Empty lines and lines that begin with "#" are no rows.
-std::vector<std::vector<std::string>> readTable(const std::string& text, size_t columns);
+std::vector<Lines> readTable(const std::string& text, size_t columns);
 
-std::vector<std::string> split(const std::string& text, const std::string& separator);
+Lines split(const std::string& text, const std::string& separator);
 std::string replaceAll(const std::string& text, const std::string& pattern, const std::string& replacement);
 
 // The text with each "\xHH" as the byte of that number, for what a cell cannot hold.

@@ -11,15 +11,11 @@
 #include "label/label_binary.h"
 #include "tests/support/private_mounts.h"
 
-namespace {
-
-void require(bool done, const std::string& path) {
+void require(bool done, const std::string& what) {
     if (!done) {
-        throw std::runtime_error("temporary tree: " + path);
+        throw std::runtime_error("failed: " + what);
     }
 }
-
-}  // namespace
 
 TemporaryTree::TemporaryTree() : root(std::string(kScratchDirectory) + "/tree-XXXXXX") {
     require(mkdtemp(root.data()) != nullptr, root);

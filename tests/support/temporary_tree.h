@@ -25,6 +25,9 @@ class TemporaryTree {
     std::string root;
 };
 
+// Throws std::runtime_error unless it is done.
+void require(bool done, const std::string& what = "a promise");
+
 void putFile(const std::string& path, std::string_view content);
 std::string fileContent(const std::string& path);
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <random>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,9 +16,7 @@
 #include "tests/support/temporary_tree.h"
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::UnorderedElementsAre;
-using Lines = std::vector<std::string>;
+using namespace testing;
 
 TEST(PathResolution, ResolvesExistingPaths) {
     constexpr const char* kTable = R"(
@@ -27,7 +24,6 @@ TEST(PathResolution, ResolvesExistingPaths) {
 R | @/x/../x/./file   | @/data/file |
 R |                   |             | WARN [getRealPath] path is empty
 R | @/x/link          |             | WARN [getRealPath] file is not exists, @/x/link
-R | @/data/file/x     |             | WARN [getRealPath] file is not exists, @/data/file/x
 R | @/loop            |             | ERROR [getRealPath] Resolve realpath failed for @/loop: filesystem error: %[@/loop]
 L | @/x/link          | @/data/link |
 L | @/x/link/         |             | WARN [getRealPath] file is not exists, @/x/link
@@ -40,7 +36,6 @@ F | @/x/lo*/y         | @/x         |
 F | @/data/file*      | @/data      |
 F | /nowhere[/x*      | /           |
 F | nowhere/x*        |             |
-F |                   |             |
 F | @/loop/*          |             | ERROR [findFirstValidParentDir] filesystem error: filesystem error: %[@/loop/]
 )";
     const TemporaryTree tree;
@@ -85,12 +80,16 @@ name    | name/x    | name  | name
         EXPECT_EQ(formatPath(row[0]), row[3]);
     }
     EXPECT_FALSE(isParentPath("", "/a") || isParentPath("/a", "") || !formatPath("").empty());
-    const Lines ordered = {"", "/", "/\xC3\xA9", "/A", "/a", "/a/", "/a/b", "/aa", "/b", "/\x7F"};
+    const fs::path before = fs::current_path();
+    fs::current_path("/");
+    const Lines ordered = {"", "/", "/\xC3\xA9", "/A", "/a", "/a/", "a/\xFF", "/a/b", "aa", "/b", "/\x7F"};
+    EXPECT_EQ(sortPaths({ordered.rbegin(), ordered.rend()}), ordered);
     for (size_t i = 0; i < ordered.size() * ordered.size(); ++i) {
         const size_t a = i / ordered.size();
         const size_t b = i % ordered.size();
         EXPECT_EQ(comparePaths(ordered[a], ordered[b]), a < b) << ordered[a] << ordered[b];
     }
+    fs::current_path(before);
 }
 
 TEST(SortPaths, ExpandsStarsAndOrdersAnyPaths) {
@@ -105,25 +104,11 @@ TEST(SortPaths, ExpandsStarsAndOrdersAnyPaths) {
     EXPECT_THROW(sortPaths({"/a", tree.path("none/*")}), fs::filesystem_error);
     EXPECT_THROW(expandPath("*"), fs::filesystem_error);
 
-    std::mt19937 random(20240117);
-    Lines paths;
-    for (int i = 0; i < 2000; ++i) {
-        std::string& path = paths.emplace_back(Lines{"/", "", "./", "/a/"}[random() % 4]);
-        for (size_t length = random() % 4; length > 0; --length) {
-            path += "a/\x7F\x80\xFF"[random() % 5];
-        }
-    }
-    const auto areSorted = [&paths] {
-        const Lines sorted = sortPaths(paths);
-        return std::is_sorted(sorted.begin(), sorted.end(), comparePaths) &&
-               std::is_permutation(sorted.begin(), sorted.end(), paths.begin(), paths.end());
-    };
-    EXPECT_TRUE(areSorted());
-    const RunResult withoutDirectory = runInChild([&] {
+    EXPECT_TRUE(holdsInChild([&] {
         fs::current_path(tree.directory("gone"));
-        return rmdir(tree.path("gone").c_str()) == 0 && areSorted() && !isParentPath("a", "a/b") ? 0 : 1;
-    });
-    EXPECT_EQ(withoutDirectory.status, 0);
+        return rmdir(tree.path("gone").c_str()) == 0 && !isParentPath("a", "a/b") &&
+               sortPaths({"b", "/", "a"}) == Lines{"/", "a", "b"};
+    }));
 }
 
 TEST(TraverseDirectory, ListsBreadthFirst) {

@@ -20,10 +20,7 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::Pair;
-using Lines = std::vector<std::string>;
+using namespace testing;
 using Type = ZMQSocket::socketType;
 using namespace std::string_literals;
 
@@ -31,6 +28,18 @@ namespace {
 
 Lines shell(const std::string& script) {
     return executeCommand("/bin/sh", {"-c", script});
+}
+
+// What it throws, with the reason in it.
+std::string failureOf(const std::function<void()>& action) {
+    try {
+        action();
+        return "none";
+    } catch (const std::runtime_error& failure) {
+        return failure.what() + (dynamic_cast<const std::nested_exception*>(&failure) == nullptr
+                                     ? ""
+                                     : failureOf([&failure] { std::rethrow_if_nested(failure); }));
+    }
 }
 
 }  // namespace
@@ -99,11 +108,8 @@ TEST(ExecuteCommand, StandsOddCallers) {
         const itimerval often = {{0, 2000}, {0, 2000}};
         return sigaction(SIGALRM, &action, nullptr) == 0 && setitimer(ITIMER_REAL, &often, nullptr) == 0 &&
                shell("printf 1; sleep 0.03; echo 2") == Lines{"12"} &&
-               shell("echo x; exec >&-; sleep 0.03; exit 3").empty();
-    }));
-    EXPECT_TRUE(holdsInChild([] {
-        std::signal(SIGCHLD, SIG_IGN);
-        return shell("echo x; exit 3") == Lines{"x"};
+               shell("echo x; exec >&-; sleep 0.03; exit 3").empty() &&
+               std::signal(SIGCHLD, SIG_IGN) == SIG_DFL && shell("echo x; exit 3") == Lines{"x"};
     }));
     EXPECT_TRUE(holdsInChild([] {
         CapturedLog log;
@@ -178,18 +184,9 @@ TEST(Processes, AreReadFromTheSystem) {
 
 TEST(ZmqSocket, NeedsItsLibrary) {
     EXPECT_TRUE(holdsInChildWithoutFiles([] {
-        try {
-            const ZMQSocket socket(Type::kPair);
-        } catch (const std::runtime_error& failure) {
-            try {
-                std::rethrow_if_nested(failure);
-            } catch (const std::runtime_error& reason) {
-                return failure.what() == "Failed to create ZMQ context."s &&
-                       reason.what() == LIBZMQ_SONAME
-                           ": cannot open shared object file: No such file or directory"s;
-            }
-        }
-        return false;
+        return failureOf([] { ZMQSocket socket(Type::kPair); }) ==
+               "Failed to create ZMQ context." LIBZMQ_SONAME
+               ": cannot open shared object file: No such file or directory";
     }));
 }
 
@@ -204,11 +201,7 @@ TEST(ZmqSocket, CarriesMessagesAndOutlivesFailures) {
              [&] { subscriber.send("x", false); }, [] { ZMQSocket(Type::kPush).recv(); },
              [] { ZMQSocket(Type::kPush).subscribe("x"); },
              [] { ZMQSocket socket(static_cast<Type>(99)); }}) {
-        try {
-            action();
-        } catch (const std::runtime_error& failure) {
-            failures += failure.what();
-        }
+        failures += failureOf(action);
     }
     EXPECT_EQ(failures,
               "Failed to bind socket.Failed to connect socket.Failed to send message.Failed to receive "

@@ -3,13 +3,13 @@
 # fails every one of the latter. Afterwards the next command must find what users set and the attributes of the files as
 # they were before the command or as they are after it, nothing in between; and a command whose calls failed must tell
 # which of the two.
-# Usage: interruption_test.sh TOOL [STEP], with STEP 7 to try every seventh call only.
+# Usage: interruption_test.sh TOOL paths|patterns|labelling [STEP], with STEP 7 to try every seventh call only.
 set -euo pipefail
 
 if [ -z "${ZORV_IN_PRIVATE_NAMESPACE:-}" ]; then
     ZORV_IN_PRIVATE_NAMESPACE=1 exec unshare -m --propagation private "$0" "$@"
 fi
-tool=$1 step=${2:-1}
+tool=$1 commands=$2 step=${3:-1}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mount -t tmpfs tmpfs /var/log
@@ -148,11 +148,18 @@ interrupt_labelling() {
     environment=()
 }
 
-interrupt_labelling
-interrupt empty -a -t "$work/files/a" 9
-interrupt paths -a -t "$work/files/a" 9
-interrupt paths -d -t "$work/files/a"
-interrupt paths -d -c tid
-interrupt empty -P -a -t "$work/files/?" 9
-interrupt pattern -P -d -t "$work/files/?"
-interrupt paths -r -l "$work/files/a"
+case $commands in
+paths)
+    interrupt empty -a -t "$work/files/a" 9
+    interrupt paths -a -t "$work/files/a" 9
+    interrupt paths -d -t "$work/files/a"
+    interrupt paths -r -l "$work/files/a"
+    ;;
+patterns)
+    interrupt empty -P -a -t "$work/files/?" 9
+    interrupt pattern -P -d -t "$work/files/?"
+    interrupt paths -d -c tid
+    ;;
+labelling) interrupt_labelling ;;
+*) echo "interruption_test: no such commands: $commands" >&2 && exit 1 ;;
+esac

@@ -151,7 +151,6 @@ TEST(Processes, AreReadFromTexts) {
         parseKernelParameters(" ro  root=/dev/sda1 a=b=c \tq=\"x y\" ro =x "),
         ElementsAre(Pair("", ""), Pair("ro", ""), Pair("", ""), Pair("root", "/dev/sda1"), Pair("a", "b=c"),
                     Pair("\tq", "\"x"), Pair("y\"", ""), Pair("ro", ""), Pair("", "x")));
-    EXPECT_THAT(parseKernelParameters(""), ElementsAre());
     for (const char* stat :
          {"5 (sh) S 12 5", "5 (my (odd) old prog) S 12", "5 () S 12", "5 (a ) S 12x", "5 (a) 7 12 b) S 8"}) {
         EXPECT_EQ(parseParentPid(stat), 12) << stat;

@@ -13,18 +13,12 @@ work=$(mktemp -d -p "${ZORV_BENCH_DIR:-/var/tmp}")
 trap 'rm -rf "$work"' EXIT
 export ZORV_LABEL_STATE_DIR=$work/state ZORV_LABEL_POLICY_FILE=$work/policy.conf
 
-# A log as an administrator has it: a file that takes warnings.
+# The log as the packages configure it.
 mount -t tmpfs tmpfs /var/log
 mkdir /var/log/zorv /var/log/etc /var/log/etc/upper /var/log/etc/work
 mount -t overlay overlay -o lowerdir=/etc,upperdir=/var/log/etc/upper,workdir=/var/log/etc/work /etc
 mkdir -p /etc/zorv/label
-cat >/etc/zorv/label/zorv-label-log.properties <<'END'
-log4cpp.rootCategory=WARN, file
-log4cpp.appender.file=RollingFileAppender
-log4cpp.appender.file.fileName=/var/log/zorv/zorv_label_manager.log
-log4cpp.appender.file.layout=PatternLayout
-log4cpp.appender.file.layout.ConversionPattern=%d{%Y-%m-%d %H:%M:%S.%l} %t [%p] %m %n
-END
+cp "$(dirname "$0")/../packaging/etc/zorv-label-log.properties" /etc/zorv/label
 
 cd "$work"
 touch file

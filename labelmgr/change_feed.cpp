@@ -15,8 +15,9 @@ constexpr std::chrono::seconds kFallback{1};
 
 using Clock = std::chrono::steady_clock;
 
-// Reads all that have come; true when a writer is among those who closed a file.
-bool takeNotifications(int notifications) {
+// Reads all that have come; true when a writer is among those who closed a file. When the directory is gone
+// it is not watched any more.
+bool takeNotifications(int notifications, bool& isWatching) {
     bool hasWriter = false;
     alignas(inotify_event) std::array<char, 4096> buffer{};
     ssize_t size = 0;
@@ -24,6 +25,7 @@ bool takeNotifications(int notifications) {
         for (const char* next = buffer.data(); next < buffer.data() + size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(next);
             const bool isUnsure = (event->mask & (IN_Q_OVERFLOW | IN_IGNORED)) != 0;
+            isWatching = isWatching && (event->mask & IN_IGNORED) == 0;
             hasWriter = hasWriter || isUnsure || (event->len > 0 && StateDirectory::isLock(event->name));
             next += sizeof(inotify_event) + event->len;
         }
@@ -51,10 +53,10 @@ std::string Subscriber::receive() {
     if (!lastSequence) {
         throw OperationError("no topic is subscribed to");
     }
-    while (fetched.empty()) {
-        fetch();
+    for (bool isNotified = true; fetched.empty();) {
+        fetch(isNotified);
         if (fetched.empty()) {
-            waitForChange();
+            isNotified = waitForChange();
         }
     }
     std::string message = std::move(fetched.front());
@@ -72,14 +74,15 @@ std::optional<Store> Subscriber::openStore() {
     return Store::openExisting();
 }
 
-void Subscriber::fetch() {
+void Subscriber::fetch(bool isNotified) {
     if (!isWatching) {  // before the look, so that nothing falls between the two
         const std::string directory = StateDirectory::configured();
         isWatching = inotify_add_watch(notifications.get(), directory.c_str(), IN_CLOSE_WRITE) >= 0;
     }
     const auto directory = StateDirectory::open(StateDirectory::IfMissing::kAnswerNothing);
     const auto contents = directory ? directory->settledContents() : std::nullopt;
-    if (contents && contents == readToTheEnd) {  // spares an idle listener the opening of the store
+    if (!isNotified && contents &&
+        contents == readToTheEnd) {  // spares an idle listener the opening of the store
         return;
     }
     std::optional<Store> store = openStore();
@@ -99,7 +102,7 @@ void Subscriber::fetch() {
 
 // A writer closes the store's lock file when its change is committed. What a reader closes is no news: this
 // one reads.
-void Subscriber::waitForChange() {
+bool Subscriber::waitForChange() {
     const auto deadline = Clock::now() + kFallback;
     while (Clock::now() < deadline) {
         pollfd event{notifications.get(), POLLIN, 0};
@@ -107,8 +110,9 @@ void Subscriber::waitForChange() {
         if (poll(&event, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) {
             throw systemError("poll");
         }
-        if (takeNotifications(notifications.get())) {
-            return;
+        if (takeNotifications(notifications.get(), isWatching)) {
+            return true;
         }
     }
+    return false;
 }

@@ -22,8 +22,9 @@ class Subscriber {
 
  private:
     std::optional<Store> openStore();
-    void fetch();
-    void waitForChange();
+    void fetch(bool isNotified);
+    // Whether a notification ended it.
+    bool waitForChange();
 
     std::string topic;
     std::optional<StateDirectory::FileIdentity> followed;

@@ -1,6 +1,7 @@
 #include "labelmgr/derived_label.h"
 
 #include "common/sm3_hash.h"
+#include "labelmgr/operation_error.h"
 #include "labelmgr/pinned_file.h"
 
 namespace {
@@ -13,8 +14,16 @@ bool isExecutableFile(mode_t mode) {
 
 }  // namespace
 
+uint64_t digestOf(const std::string& text) {
+    const uint64_t digest = getSM3HashLast64Bits(text);
+    if (digest == 0 && getSM3HashValue(text).empty()) {
+        throw OperationError(text, "no SM3 digest can be computed");
+    }
+    return digest;
+}
+
 uint64_t packageIdOfName(const std::string& name) {
-    return getSM3HashLast64Bits(name);
+    return digestOf(name);
 }
 
 uint64_t packageIdOf(Store* store, const std::string& name) {
@@ -25,8 +34,8 @@ uint64_t packageIdOf(Store* store, const std::string& name) {
 Label initialLabel(const std::string& path, mode_t mode, const PolicyValues& values) {
     Label label;
     label.oid_.pkg_ = values.package;
-    label.oid_.file_ = S_ISDIR(mode) ? 0 : getSM3HashLast64Bits(path.substr(path.rfind('/') + 1));
-    label.oid_.path_ = getSM3HashLast64Bits(path);
+    label.oid_.file_ = S_ISDIR(mode) ? 0 : digestOf(path.substr(path.rfind('/') + 1));
+    label.oid_.path_ = digestOf(path);
     if (isExecutableFile(mode)) {
         label.sid_ = label.oid_;
     }

@@ -11,6 +11,10 @@
 #include "labelmgr/policy.h"
 #include "labelmgr/store.h"
 
+// The last 64 bits of a text's SM3 digest. Throws OperationError when there is none to be had: a label of
+// zeros must not pass for the right one.
+uint64_t digestOf(const std::string& text);
+
 // The id of a package that has none from a user.
 uint64_t packageIdOfName(const std::string& name);
 // The user-set id of the name, else packageIdOfName. Without a store nothing is user-set.

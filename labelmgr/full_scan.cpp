@@ -219,6 +219,7 @@ bool isLeftAlone(const LabelSnapshot& snapshot, std::string path) {
 unsigned long labelWholeTree(const std::string& root, const std::vector<std::string>& skippedPaths) {
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
+    digestOf(root);  // or nothing would be labelled
     Counts counts;
     const Run run = beginRun(root, skippedPaths);
     LabelVisitor visitor(run.snapshot, counts);

@@ -8,6 +8,7 @@
 #include <sys/utsname.h>
 
 #include "common/sm3_hash.h"
+#include "labelmgr/derived_label.h"
 #include "labelmgr/file_labels.h"
 #include "labelmgr/operation_error.h"
 
@@ -65,5 +66,5 @@ uint64_t deviceOid(const std::string& name) {
     if (!S_ISCHR(status.st_mode) && !S_ISBLK(status.st_mode)) {
         throw OperationError(path, "not a device");
     }
-    return getSM3HashLast64Bits(path);
+    return digestOf(path);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
 #include <string_view>
 
 #include "common/command.h"
@@ -53,6 +54,9 @@ const PackageDatabase* packageDatabase() {
 std::vector<std::string> ask(const PackageDatabase& database, const char* script,
                              const std::vector<std::string>& arguments) {
     std::vector<std::string> words = {"-c", std::string("export LC_ALL=C; ") + script, "sh"};
+    if (secure_getenv("PATH") == nullptr) {  // not the caller's, in a program with more privilege
+        words[1].insert(0, "export PATH=/usr/sbin:/usr/bin:/sbin:/bin; ");
+    }
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> lines;
     bool continues = false;

@@ -14,7 +14,8 @@ constexpr size_t kUsualSize = 128;  // more than the largest label
 
 }  // namespace
 
-PinnedFile::PinnedFile(const std::string& canonicalPath) : path(canonicalPath), file(open("/", kFlags)) {
+UniqueFd pinPath(const std::string& path) {
+    UniqueFd file(open("/", kFlags));
     for (size_t begin = path.find_first_not_of('/'); begin != std::string::npos && file;) {
         const size_t end = path.find('/', begin);
         const std::string component = path.substr(begin, end - begin);
@@ -24,8 +25,11 @@ PinnedFile::PinnedFile(const std::string& canonicalPath) : path(canonicalPath), 
     if (!file) {
         throwFileError(path, errno);
     }
-    nameInProc = "/proc/self/fd/" + std::to_string(file.get());
+    return file;
 }
+
+PinnedFile::PinnedFile(const std::string& canonicalPath)
+    : path(canonicalPath), file(pinPath(path)), nameInProc("/proc/self/fd/" + std::to_string(file.get())) {}
 
 mode_t PinnedFile::mode() const {
     struct stat status {};

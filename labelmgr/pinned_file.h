@@ -8,7 +8,11 @@
 
 // A file found by its canonical path, one component after the other, so that no link that was swapped in
 // since is followed; a link in the last component is the file. Works for paths longer than the system takes
-// at once. Throws OperationError with the path, FileGone when there is no such file.
+// at once. A descriptor that stands for the file (O_PATH). Throws OperationError with the path, FileGone when
+// there is no such file.
+UniqueFd pinPath(const std::string& canonicalPath);
+
+// Such a file with its label.
 class PinnedFile {
  public:
     explicit PinnedFile(const std::string& canonicalPath);

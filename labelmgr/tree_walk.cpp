@@ -13,6 +13,7 @@
 
 #include "labelmgr/file_system_kind.h"
 #include "labelmgr/operation_error.h"
+#include "labelmgr/pinned_file.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ std::string childPath(const std::string& directory, const std::string& name) {
 }  // namespace
 
 UniqueFd TreeWalk::openRoot(const std::string& path) {
-    UniqueFd root(::open(path.c_str(), kDirectoryFlags));
+    UniqueFd root(openat(pinPath(path).get(), ".", kDirectoryFlags));
     if (!root) {
         throw systemError(path);
     }

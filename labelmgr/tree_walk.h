@@ -49,8 +49,8 @@ class TreeWalk {
     TreeWalk(TreeVisitor& treeVisitor, unsigned int threadCount)
         : visitor(treeVisitor), threads(threadCount) {}
 
-    // The root of a canonical path for run. Throws OperationError when it is not a directory or cannot be
-    // opened.
+    // The root for run, found by its canonical path without following a link. Throws OperationError when it
+    // is not a directory or cannot be opened.
     static UniqueFd openRoot(const std::string& path);
 
     // Takes the root's descriptor and its canonical path, which is not

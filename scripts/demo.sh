@@ -1,10 +1,10 @@
 #!/bin/bash
 # Installs what is needed, builds, and labels a real tree in a temporary directory with a store of its own. Prints each
-# command before its output.
+# command before its output. Usage: demo.sh [TOOL-DIRECTORY], with a directory to use the tool there and build none.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-"$root/scripts/build.sh" release zorv-label-manager-tool
+[ $# -gt 0 ] || "$root/scripts/build.sh" release zorv-label-manager-tool
 if [ "$(id -u)" -ne 0 ]; then
     echo "demo: run as root: labels live in the security namespace of extended attributes" >&2
     exit 1
@@ -13,7 +13,7 @@ fi
 demo=$(mktemp -d)
 trap 'rm -rf "$demo"' EXIT
 export ZORV_LABEL_STATE_DIR=$demo/store ZORV_LABEL_POLICY_FILE=$demo/policy.conf
-PATH=$root/build/release/bin:$PATH
+PATH=${1:-$root/build/release/bin}:$PATH
 mkdir -p "$demo/tree/reports"
 cd "$demo/tree"
 printf '#!/bin/sh\necho hello\n' >hello.sh
@@ -28,7 +28,8 @@ run() {
 tool=zorv-label-manager-tool
 
 echo
-echo "The log has no properties file on a new machine: commands that log say so in two lines of the logger's own."
+[ -e /etc/zorv/label/zorv-label-log.properties ] ||
+    echo "The log has no properties file on this machine: commands that log say so in two lines of the logger's own."
 echo "== Set fields of a file's label, and read them back"
 run $tool -a -o hello.sh 1 2 3
 run $tool -a -t hello.sh 1f

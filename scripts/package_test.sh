@@ -226,6 +226,11 @@ in_root $tool -d -t /srv/tree/b
 in_root $tool -r -l /srv/tree/b
 prints '/srv/tree/b tid:00000012' $tool -g -t /srv/tree/b
 ok "restore brings back what policy says"
+cp scripts/demo.sh "$root/tmp"
+chroot "$root" bash /tmp/demo.sh /usr/bin >"$work/demo" 2>&1
+fails grep -i 'read log config\|chmod failed' "$work/demo"
+[ "$(grep -c '^# ' "$work/demo")" -ge 20 ]
+ok "the demonstration runs with the installed tool"
 
 # --- another label manager ----------------------------------------------------------------------------------------
 
@@ -257,14 +262,24 @@ dpkg-deb -b "$framework" "$root/packages/framework.deb" >>"$work/output"
 speaks_as_framework() {
     prints '/srv/tree/a tid:00000000' env ZORV_FAKE_CALLS=/dev/null ZORV_FAKE_ANSWERS= $tool -g -t /srv/tree/a
 }
-apt_get install ./packages/framework.deb
-speaks_as_framework
-install new $manager
-speaks_as_framework
-ok "a package with the framework's library takes over, also when the bundled one is installed again"
-apt_get remove framework-label-manager
-manager_is "$bundled"
-ok "when that package goes, the bundled one is back"
+# The same as a link to a library of another name, in a package without a merged /usr.
+linked=$work/linked-framework
+mkdir "$linked"
+cp -a "$framework/DEBIAN" "$framework/usr/lib" "$linked"
+mv "$linked${library#/usr}"{,.3}
+ln -s libzorvlabelmgr.so.3 "$linked${library#/usr}"
+sed -i 's/^Package: framework/&-linked/' "$linked/DEBIAN/control"
+dpkg-deb -b "$linked" "$root/packages/framework-linked.deb" >>"$work/output"
+for package in framework framework-linked; do
+    apt_get install ./packages/$package.deb
+    speaks_as_framework
+    install new $manager
+    speaks_as_framework
+    ok "a package with the framework's library ($package) takes over, also when the bundled one is installed again"
+    apt_get remove $package-label-manager
+    manager_is "$bundled"
+    ok "when that package goes, the bundled one is back"
+done
 apt_get install ./packages/framework.deb
 apt_get remove $manager
 speaks_as_framework

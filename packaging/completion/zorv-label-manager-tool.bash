@@ -127,6 +127,7 @@ __zorv_offer_packages() {
 __zorv_offer_modules() {
     local -a names
     mapfile -t names < <({
+        set +f
         printf '%s\n' /sys/module/*/
         cut -d : -f 1 "/lib/modules/$(uname -r)"/modules.{dep,builtin} 2>/dev/null
     } | sed 's|/$||; s|.*/||; s/\.ko.*//; y/-/_/' | sort -u)

@@ -113,6 +113,22 @@ cp /bin/true STORE/label.db     | STORE/label.db: file is not a database
     std::filesystem::remove_all(store);
 }
 
+TEST(Manager, WritesNoLabelWithoutDigests) {
+    TemporaryTree tree;
+    const std::string file = tree.file("root/file");
+    tree.file("lib/" LIBCRYPTO_SONAME);
+    ASSERT_NE(restoreSingleFileLabel(file), "");
+    const std::string before = labelAttribute(file);
+    const int status = getLabelSetStatus();
+    for (const std::string& words : {"-r -l " + file, "-i -l " + file, "-a -s " + tree.path("root"),
+                                     std::string("-g -p dpkg"), std::string("-g -e null")}) {
+        const RunResult run = runTool(split(words, " "), {{{"LD_LIBRARY_PATH", tree.path("lib")}}});
+        EXPECT_EQ(run.status, words.starts_with("-a") ? 0 : 1) << words << run.out;
+        EXPECT_EQ(labelAttribute(file), before) << words;
+    }
+    EXPECT_EQ(getLabelSetStatus(), status);
+}
+
 TEST(Manager, LosesNothingBetweenProcesses) {
     constexpr uint32_t kChanges = 500;
     TemporaryTree tree;

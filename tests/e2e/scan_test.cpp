@@ -66,7 +66,7 @@ void withoutNewCalls() {
 
 TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
     TemporaryTree tree;
-    for (const std::string& name : {"file", "new\nline \xff", "skip/in", "d/e/f"}) {
+    for (const std::string_view name : {"file", "new\nline \xff", "skip/in", "d/e/f"}) {
         tree.file(name);
     }
     tree.file(std::string(255, 'n'));

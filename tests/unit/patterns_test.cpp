@@ -11,7 +11,7 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using namespace testing;
+using testing::ElementsAre;
 
 namespace {
 
@@ -61,16 +61,12 @@ swm | | | / /tmp/.hidden/./x /a/b.. /a\x09\x20\x20 /#%*+,-:=@^_~?[] /\xC3\xA9/\x
 swm | | | /\xED\xA0\x80/\xF4\x90\x80\x80\xDF\xBF
 s m | isFilePathSafe         | wildcard not allowed -            | /a/x?.log /a/x] /*
 sw  | isFilePathSafe         | path does not exist -             | @missing @dangling
-w   | isFilePathSafe         | path does not exist -             | @missing
   m | isFilePathSafe         | symbolic link not allowed -       | @link
-    | isFilePathSafe         | symbolic link not allowed -       | @link
   m | | | @missing @dangling @file
 s   | | | @link @file /
-    | | | @a\x20b @file /
 )";
     const TemporaryTree tree;
     tree.file("file");
-    tree.file("a b");
     tree.link("link", ".");
     tree.link("dangling", "nowhere");
     CapturedLog log;
@@ -168,7 +164,7 @@ TEST(Wildcard, FindsFiles) {
     tree.file("d/.a3");
     setenv("HOME", tree.path("d").c_str(), 1);
     CapturedLog log;
-    EXPECT_THAT(searchFilesByPattern("~/*"), UnorderedElementsAre(a1, a2));
+    EXPECT_THAT(searchFilesByPattern("~/*"), testing::UnorderedElementsAre(a1, a2));
     EXPECT_THAT(searchFilesByPattern(tree.path("?/[!b]2")), ElementsAre(a2));
     EXPECT_THAT(searchFilesByPattern(tree.path("?/\\*")), ElementsAre(star));
     EXPECT_THAT(log.take(), ElementsAre());

@@ -1,8 +1,6 @@
 #include <climits>
 #include <fcntl.h>
 #include <filesystem>
-#include <linux/capability.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -123,19 +121,6 @@ TEST_F(Walkers, SurviveDepthBeyondPathsAndDescriptors) {
     EXPECT_THAT(shortened(exhausted.out),
                 testing::EndsWith("d opendir error: Too many open files\n2 @/deep/last\n"));
     EXPECT_EQ(exhausted.status, 0);
-}
-
-TEST_F(Walkers, PassOverUnreadableDirectories) {
-    label(tree.directory("walk"), '1');
-    label(tree.directory("walk/closed"), '2');
-    chmod(tree.path("walk/closed").c_str(), 0);
-    label(tree.directory("walk/open"), '3');
-    // Root in every other respect, so that the program itself stays readable.
-    expectRun("-R -g -l @/walk", "1 @/walk\n3 @/walk/open\n@/walk/closed opendir error: Permission denied",
-              "", [] {
-                  prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
-                  prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
-              });
 }
 
 TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {

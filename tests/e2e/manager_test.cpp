@@ -61,6 +61,7 @@ TEST(Manager, ServesAnAdministratorsSession) {
             fillIn("[tid]\nTREE/* = 3\nTREE/docs/*.txt = 0x11\nTREE/docs/* = x\n[exclude]\nTREE/private* =\n",
                    tree.path()));
     ASSERT_EQ(chdir(tree.path().c_str()), 0);
+    ASSERT_EQ(setPkgId("earlier", 1) + delUserSetPkgId("earlier"), 0);  // no news to a later listener
     void* subscriber = createSubscriber();
     ASSERT_EQ(subscribeLabelChangeMsg(subscriber, ""), 0);
     for (const Lines& row : readTable(fileContent(TESTS_DIRECTORY "/e2e/session.txt"), 4)) {

@@ -11,8 +11,6 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using namespace testing;
-
 namespace {
 
 const Label kFull = {{1, 2, 3}, {4, 5, 6}, {7, 8, 0xf0e0d0c0b0a09080}, 0x12345678, 5};
@@ -141,15 +139,16 @@ TEST(LabelModel, ChecksBuffers) {
     EXPECT_EQ(kFull.serializeToBuffer(buffer.data(), 80), 0U);
     EXPECT_EQ(kFull.serializeToBuffer(nullptr, 81), 0U);
     EXPECT_THAT([&] { id.toBytes(buffer.data(), 15); },
-                Throws<LabelError>(AllOf(
-                    Field(&LabelError::code, 3),
-                    Property(&LabelError::what, StrEq("Buffer size is insufficient for ID serialization")))));
+                testing::Throws<LabelError>(testing::AllOf(
+                    testing::Field(&LabelError::code, 3),
+                    testing::Property(&LabelError::what,
+                                      testing::StrEq("Buffer size is insufficient for ID serialization")))));
     EXPECT_EQ(id.toBytes(nullptr), nullptr);
     EXPECT_EQ(id.toBytes(nullptr, 0), nullptr);
     EXPECT_EQ(Id::fromBytes(nullptr).toString(), expand("Z"));
-    EXPECT_THAT(
-        log.take(),
-        ElementsAre("ERROR [serializeToBuffer] Buffer size is insufficient. Required: 81, provided: 80",
+    EXPECT_THAT(log.take(),
+                testing::ElementsAre(
+                    "ERROR [serializeToBuffer] Buffer size is insufficient. Required: 81, provided: 80",
                     "ERROR [serializeToBuffer] Buffer pointer is null",
                     "ERROR [toBytes] toBytes: buffer too small, required: 16, actual: 15",
                     "ERROR [toBytes] input buffer is nullptr", "ERROR [toBytes] input buffer is nullptr",

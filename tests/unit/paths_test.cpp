@@ -16,7 +16,7 @@
 #include "tests/support/temporary_tree.h"
 
 namespace fs = std::filesystem;
-using namespace testing;
+using testing::ElementsAre;
 
 TEST(PathResolution, ResolvesExistingPaths) {
     constexpr const char* kTable = R"(
@@ -153,8 +153,9 @@ TEST(TraverseDirectory, SaysWhatItCannotUse) {
     ASSERT_EQ(seteuid(0), 0);
     EXPECT_THAT(found, ElementsAre(tree.path(), tree.path("listed")));
     const std::string denied = ", error: Permission denied";
-    EXPECT_THAT(log.take(), UnorderedElementsAre(tag + "Failed to open directory: " + closed + denied,
-                                                 tag + "Failed to stat path: " + file + denied));
+    EXPECT_THAT(log.take(),
+                testing::UnorderedElementsAre(tag + "Failed to open directory: " + closed + denied,
+                                              tag + "Failed to stat path: " + file + denied));
 }
 
 TEST(TraverseDirectory, StopsAtTheLimitsOfPathsAndDirectories) {

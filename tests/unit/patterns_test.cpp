@@ -11,7 +11,7 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using namespace testing;
+using testing::ElementsAre;
 
 namespace {
 
@@ -164,7 +164,7 @@ TEST(Wildcard, FindsFiles) {
     tree.file("d/.a3");
     setenv("HOME", tree.path("d").c_str(), 1);
     CapturedLog log;
-    EXPECT_THAT(searchFilesByPattern("~/*"), UnorderedElementsAre(a1, a2));
+    EXPECT_THAT(searchFilesByPattern("~/*"), testing::UnorderedElementsAre(a1, a2));
     EXPECT_THAT(searchFilesByPattern(tree.path("?/[!b]2")), ElementsAre(a2));
     EXPECT_THAT(searchFilesByPattern(tree.path("?/\\*")), ElementsAre(star));
     EXPECT_THAT(log.take(), ElementsAre());

@@ -20,7 +20,8 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using namespace testing;
+using testing::ElementsAre;
+using testing::Pair;
 using Type = ZMQSocket::socketType;
 using namespace std::string_literals;
 
@@ -171,7 +172,7 @@ TEST(Processes, AreReadFromTheSystem) {
                                         "ERROR [getAllParent] current pid 2147483647."));
     EXPECT_TRUE(holdsInChild([self] { return getAllParent(getpid()).at(0) == self; }));
     const std::string executable = std::filesystem::read_symlink("/proc/self/exe");
-    EXPECT_THAT(findProcessExeFile(), Contains(Pair(executable, Contains(self))));
+    EXPECT_THAT(findProcessExeFile(), testing::Contains(Pair(executable, testing::Contains(self))));
     EXPECT_EQ(parseKernelCmdline(), parseKernelParameters(split(readFile("/proc/cmdline"), "\n")[0]));
     log.take();
     EXPECT_TRUE(holdsInChildWithoutFiles([&log] {

@@ -12,7 +12,8 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-using namespace testing;
+using testing::ElementsAre;
+using testing::Pair;
 using namespace std::string_literals;
 
 TEST(Strings, AreTrimmedSplitAndReplaced) {
@@ -93,9 +94,9 @@ TEST(Digests, ReportACryptoLibraryOfNoUse) {
     struct Incomplete : SharedLibrary {
         Incomplete() : SharedLibrary(LIBCRYPTO_SONAME) { find<void*>("noSuchFunction"); }
     };
-    EXPECT_THAT(
-        [] { const Incomplete library; },
-        ThrowsMessage<std::runtime_error>(EndsWith(LIBCRYPTO_SONAME ": undefined symbol: noSuchFunction")));
+    EXPECT_THAT([] { const Incomplete library; },
+                testing::ThrowsMessage<std::runtime_error>(
+                    testing::EndsWith(LIBCRYPTO_SONAME ": undefined symbol: noSuchFunction")));
 }
 
 TEST(Digests, HaveTheKnownValues) {
@@ -117,13 +118,13 @@ TEST(ConfigFiles, AreReadByTwoSetsOfRules) {
         "config",
         "outside = 1\n[ net ]\r\n \t# comment = 1\n; note = 2\nport = 80 81\t\tx \r\nport = 82\n= nameless\n"
         "no pair\n[s] trailing = 3\na=b=c\n[open = 4\n[empty]\n[ net ]\n\tlate= 5\n[]\nk=\t v 1\t2 \r");
-    EXPECT_THAT(
-        parseConfig(path),
-        UnorderedElementsAre(
-            Pair(" net ", UnorderedElementsAre(Pair("; note", "2"), Pair("port", "80 81\t\tx"),
-                                               Pair("", "nameless"), Pair("[s] trailing", "3"),
-                                               Pair("a", "b=c"), Pair("[open", "4"), Pair("late", "5"))),
-            Pair("empty", IsEmpty()), Pair("", IsEmpty())));
+    EXPECT_THAT(parseConfig(path),
+                testing::UnorderedElementsAre(
+                    Pair(" net ", testing::UnorderedElementsAre(
+                                      Pair("; note", "2"), Pair("port", "80 81\t\tx"), Pair("", "nameless"),
+                                      Pair("[s] trailing", "3"), Pair("a", "b=c"), Pair("[open", "4"),
+                                      Pair("late", "5"))),
+                    Pair("empty", testing::IsEmpty()), Pair("", testing::IsEmpty())));
     EXPECT_THAT(readConfig(path),
                 ElementsAre(Pair(" net .", "nameless"), Pair(" net .late", "5"), Pair(" net .port ", "82"),
                             Pair("k", "v1\t2"), Pair("outside ", "1"), Pair("s.a", "b=c")));

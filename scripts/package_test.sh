@@ -248,7 +248,7 @@ ok "the bundled label manager is used"
 framework=$work/framework
 mkdir -p "$framework/DEBIAN" "$framework/usr/lib/$triplet"
 dpkg-deb -x "$work/new"/libzorvlabelcommon-dev_*.deb "$work/dev"
-c++ -std=c++20 -shared -fPIC -I. -I"$work/dev/usr/include/zorv" tests/support/fake_labelmgr.cpp -Wl,-soname,libzorvlabelmgr.so \
+c++ -std=c++20 -shared -fPIC -I. -I"$work/dev/usr/include/zorv" tests/support/{fake_labelmgr,table}.cpp -Wl,-soname,libzorvlabelmgr.so \
     -o "$framework$library"
 cat >"$framework/DEBIAN/control" <<CONTROL
 Package: framework-label-manager

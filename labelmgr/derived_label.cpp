@@ -15,11 +15,12 @@ bool isExecutableFile(mode_t mode) {
 }  // namespace
 
 uint64_t digestOf(const std::string& text) {
-    const uint64_t digest = getSM3HashLast64Bits(text);
-    if (digest == 0 && getSM3HashValue(text).empty()) {
+    constexpr size_t kDigits = 16;
+    const std::string digest = getSM3HashValue(text);
+    if (digest.size() < kDigits) {
         throw OperationError(text, "no SM3 digest can be computed");
     }
-    return digest;
+    return std::stoull(digest.substr(digest.size() - kDigits), nullptr, 16);
 }
 
 uint64_t packageIdOfName(const std::string& name) {

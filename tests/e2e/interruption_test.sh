@@ -27,8 +27,8 @@ fail() {
     exit 1
 }
 
-# What users set, as the next command lists it.
-user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done; }
+# What users set, as the next command lists it; without what the logger says of itself when that command finds work left.
+user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done | sed '/^read log config/d'; }
 # "FILE LABEL" of every labelled file, sorted.
 labels() {
     getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |

@@ -376,6 +376,7 @@ install new libzorvlabelcommon1 libzorvlabelcommon-dev
 cp -a tests/install "$root/consumer"
 # shellcheck disable=SC2016 # the inner shell's
 in_root sh -ec 'cd /consumer
+    (cd /usr/include/zorv && find . -name "*.h" | sed "s:^\./\(.*\):#include <\1>:") >every_header.h
     cmake -S . -B /consumer/build -DCMAKE_CXX_STANDARD=17
     cmake --build build
     c++ -std=c++17 consumer.cpp -o by-pkg-config $(pkg-config --cflags --libs zorvlabelcommon)'

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // The label manager library libzorvlabelmgr: every operation that the tool asks of it. The library is
 // replaceable; the bundled one lives in labelmgr/.

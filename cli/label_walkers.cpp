@@ -3,52 +3,24 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <glob.h>
-#include <memory>
 #include <span>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include "base/directories.h"
+#include "base/handles.h"
 #include "cli/command_options.h"
 #include "cli/output.h"
 #include "label/label.h"
 
 namespace {
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, DirectoryCloser>;
-
-class GlobMatches {
- public:
-    explicit GlobMatches(const std::string& pattern) { glob(pattern.c_str(), GLOB_TILDE, nullptr, &result); }
-    ~GlobMatches() { globfree(&result); }
-    GlobMatches(const GlobMatches&) = delete;
-    GlobMatches& operator=(const GlobMatches&) = delete;
-
-    std::span<char*> paths() const { return {result.gl_pathv, result.gl_pathc}; }
-
- private:
-    glob_t result{};
-};
-
 // A walk holds one descriptor a level, and a path of the system's greatest length has more levels than the
 // usual soft limit allows.
-Directory openDirectory(const char* path) {
-    Directory directory(opendir(path));
-    rlimit limit{};
-    if (directory || errno != EMFILE || getrlimit(RLIMIT_NOFILE, &limit) != 0 ||
-        limit.rlim_cur == limit.rlim_max) {
-        return directory;
-    }
-    limit.rlim_cur = limit.rlim_max;
-    if (setrlimit(RLIMIT_NOFILE, &limit) == 0) {
+UniqueDir openDirectory(const char* path) {
+    UniqueDir directory(opendir(path));
+    if (!directory && errno == EMFILE && raiseDescriptorLimit()) {
         directory.reset(opendir(path));
-    } else {
-        errno = EMFILE;
     }
     return directory;
 }
@@ -58,13 +30,9 @@ const dirent* nextEntry(DIR* directory) {
     return readdir(directory);
 }
 
-bool isSelfOrParent(const char* name) {
-    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
-
 // `path` is one buffer for the whole walk: it grows by a component on the way down and shrinks again.
 void walkDirectoryIn(std::string& path, const std::string& attributeName, FileCallback callback) {
-    const Directory directory = openDirectory(path.c_str());
+    const UniqueDir directory = openDirectory(path.c_str());
     if (!directory) {
         printLine("%s opendir error: %s", path.c_str(), std::strerror(errno));
         return;
@@ -119,12 +87,13 @@ int removeLabel(const std::string& path, const std::string& attributeName) {
 
 void walkPattern(const std::string& pattern, const std::string& attributeName, FileCallback callback,
                  bool recursive) {
-    const GlobMatches matches(pattern);
-    if (matches.paths().empty()) {
+    const GlobResult found(pattern, GLOB_TILDE);
+    const std::span<char*> matches(found.matches.gl_pathv, found.matches.gl_pathc);
+    if (matches.empty()) {
         std::fprintf(stderr, "Warning: No files matched the pattern: %s\n", pattern.c_str());
         return;
     }
-    for (const char* match : matches.paths()) {
+    for (const char* match : matches) {
         struct stat status {};
         if (stat(match, &status) != 0) {
             std::fprintf(stderr, "Error: File or directory does not exist: %s\n", match);

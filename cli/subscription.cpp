@@ -1,7 +1,7 @@
 #include "cli/subscription.h"
 
+#include "base/handles.h"
 #include "cli/label_manager.h"
-#include "cli/malloc_owner.h"
 #include "cli/output.h"
 
 int printLabelChanges(const char* topic) {

@@ -6,8 +6,8 @@
 #include <sys/time.h>
 #include <vector>
 
+#include "base/handles.h"
 #include "cli/label_manager.h"
-#include "cli/malloc_owner.h"
 #include "cli/number_conversion.h"
 #include "cli/output.h"
 #include "common/sm3_hash.h"

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <span>
 
+#include "base/handles.h"
 #include "cli/label_manager.h"
-#include "cli/malloc_owner.h"
 #include "cli/output.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 #include "log/logger.h"
 
 namespace {

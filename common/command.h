@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // External programs. Nothing throws for one that fails. No state is kept; both functions may be called from a
 // process with threads.

@@ -4,7 +4,7 @@
 #include <string>
 #include <unordered_map>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Two readers of INI-like files whose rules differ on purpose; both are relied upon as they are.
 //

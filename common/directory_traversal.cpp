@@ -7,14 +7,14 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <queue>
-#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <unordered_set>
 
+#include "base/directories.h"
+#include "base/handles.h"
 #include "common/path_resolution.h"
 #include "common/path_text.h"
-#include "common/posix_handles.h"
 #include "log/logger.h"
 
 namespace {
@@ -50,7 +50,7 @@ class DirectoryReader {
 
     bool next(Child& child) {
         const dirent* entry = readdir(directory.get());
-        while (entry != nullptr && isDots(entry->d_name)) {
+        while (entry != nullptr && isSelfOrParent(entry->d_name)) {
             entry = readdir(directory.get());
         }
         if (entry == nullptr) {
@@ -62,8 +62,6 @@ class DirectoryReader {
     }
 
  private:
-    static bool isDots(std::string_view name) { return name == "." || name == ".."; }
-
     // Asks for the entry itself, until one answer has shown that this directory may be searched; then the
     // many files and links are what the directory says they are, and the rest is still asked for.
     int examine(const dirent& entry, Child& child) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Lists of paths: of a directory tree, and in order. No state is kept.
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Whole files as strings. Nothing throws for a file that cannot be used; what is logged carries the
 // function's name. No state is kept.

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // From one path to another: canonical forms, existing parents, entries by pattern, and two comparisons of the
 // texts alone. Only expandPath throws; every other failure is an empty string or false, logged as said under

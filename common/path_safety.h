@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 #include "common/string_utils.h"  // containsEscapeChars() belongs to both
 

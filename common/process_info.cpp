@@ -7,8 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "base/handles.h"
 #include "common/file_utils.h"
-#include "common/posix_handles.h"
 #include "common/process_parsing.h"
 #include "log/logger.h"
 

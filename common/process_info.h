@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // The running system as /proc shows it. Nothing throws for what is missing there; what is logged carries the
 // name of the function, or of the step that is named. No state is kept. Processes come and go meanwhile.

@@ -6,7 +6,7 @@
 
 #include <openssl/evp.h>
 
-#include "loader/shared_library.h"
+#include "base/shared_library.h"
 #include "log/logger.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Digests of texts: of the bytes of the string itself, embedded NULs included, never of a file that it names.
 // Nothing throws on bad input; a failure is logged at error level under the function's name and answers the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/trimmed.h"
 #include "log/logger.h"
 
 namespace {
@@ -34,12 +35,7 @@ size_t longestName(const std::unordered_map<std::string, std::string>& variables
 }  // namespace
 
 std::string trim(const std::string& text) {
-    constexpr const char* kBlanks = " \t\n\r";
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    return std::string(trimmed(text, " \t\n\r"));
 }
 
 void splitString(const std::string& text, const char& delimiter, std::vector<std::string>& out) {

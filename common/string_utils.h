@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Small text functions over bytes; no function knows of encodings or locales. Inputs are never changed,
 // results are new strings. Nothing throws on bad input; what is logged carries the function's own name. No

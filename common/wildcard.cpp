@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fnmatch.h>
-#include <glob.h>
 #include <string_view>
 
+#include "base/handles.h"
 #include "log/logger.h"
 
 namespace {
@@ -14,15 +14,6 @@ namespace {
 constexpr size_t kMaxPatternLength = 1024;
 constexpr std::ptrdiff_t kMaxWildcards = 50;
 constexpr std::ptrdiff_t kMaxSlashes = 20;
-
-struct GlobResult {
-    GlobResult() = default;
-    ~GlobResult() { globfree(&matches); }
-    GlobResult(const GlobResult&) = delete;
-    GlobResult& operator=(const GlobResult&) = delete;
-
-    glob_t matches{};
-};
 
 bool isOneOf(std::string_view set, char byte) {
     return set.find(byte) != std::string_view::npos;
@@ -102,10 +93,9 @@ std::vector<std::string> searchFilesByPattern(const std::string& pattern) {
         ZORV_LOG(error, "Unsafe pattern detected: %s", pattern.c_str());
         return {};
     }
-    GlobResult found;
-    const int status = glob(pattern.c_str(), GLOB_TILDE | GLOB_NOSORT, nullptr, &found.matches);
+    const GlobResult found(pattern, GLOB_TILDE | GLOB_NOSORT);
     const int reason = errno;
-    switch (status) {
+    switch (found.status) {
         case 0:
             return {found.matches.gl_pathv, found.matches.gl_pathv + found.matches.gl_pathc};
         case GLOB_NOSPACE:

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Shell-style patterns over paths: recognising, checking, matching, expanding and translating them. What
 // counts as a wildcard differs between the functions, on purpose: each says its own set. Only

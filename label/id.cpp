@@ -2,22 +2,15 @@
 
 #include <sstream>
 
+#include "base/hexadecimal.h"
 #include "label/byte_order.h"
 #include "label/label_error.h"
 #include "log/logger.h"
 
 namespace {
 
-constexpr size_t kDigits = 16;
-constexpr size_t kTextLength = 3 * kDigits + 2;
+constexpr size_t kTextLength = 3 * kHexadecimalDigits64 + 2;
 constexpr size_t kPartSize = sizeof(uint64_t);
-
-void writeHex(char* out, uint64_t value) {
-    constexpr const char* kAlphabet = "0123456789abcdef";
-    for (size_t i = kDigits; i-- > 0; value >>= 4) {
-        out[i] = kAlphabet[value & 0xf];
-    }
-}
 
 unsigned char* writePart(unsigned char* out, uint64_t value) {
     storeLittleEndian(out, value);
@@ -28,9 +21,9 @@ unsigned char* writePart(unsigned char* out, uint64_t value) {
 
 std::string Id::toString() const {
     std::string text(kTextLength, '-');
-    writeHex(text.data(), pkg_);
-    writeHex(text.data() + kDigits + 1, file_);
-    writeHex(text.data() + 2 * (kDigits + 1), path_);
+    writeHexadecimal(text.data(), pkg_);
+    writeHexadecimal(text.data() + kHexadecimalDigits64 + 1, file_);
+    writeHexadecimal(text.data() + 2 * (kHexadecimalDigits64 + 1), path_);
     return text;
 }
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // The identifier of an object or a subject: package, file and path number. A plain value; all zero is the
 // unset value and what every failed conversion answers. Failures are logged at error level under the

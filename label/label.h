@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 #include "label/id.h"
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "base/hexadecimal.h"
 #include "label/byte_order.h"
 #include "label/label.h"
 #include "label/label_error.h"
@@ -72,14 +73,7 @@ class FieldReader {
 }  // namespace
 
 std::string bytesToHexString(const unsigned char* data, unsigned long length) {
-    constexpr const char* kAlphabet = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * length);
-    for (unsigned long i = 0; i < length; ++i) {
-        text.push_back(kAlphabet[data[i] >> 4]);
-        text.push_back(kAlphabet[data[i] & 0xf]);
-    }
-    return text;
+    return hexadecimalOf(data, length);
 }
 
 unsigned long Label::serializedBufferSize() const {

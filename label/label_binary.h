@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // Two lower-case hexadecimal digits a byte, no separators; empty for length 0.
 ZORV_API std::string bytesToHexString(const unsigned char* data, unsigned long length);

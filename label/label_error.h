@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // What the label model throws inside. Callers branch on the code:
 //    1  a label text or binary form that does not parse

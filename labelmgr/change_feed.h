@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 #include "labelmgr/store.h"
 
 // One listener to the store's change messages, from its subscription on, in the order of their commits. Used

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 #include "label/label_error.h"
 #include "labelmgr/operation_error.h"
 
 std::string canonicalPath(const char* path) {
-    const UniqueText resolved(realpath(path, nullptr));
+    const MallocOwner<char> resolved(realpath(path, nullptr));
     if (!resolved) {
         throwFileError(path, errno);
     }

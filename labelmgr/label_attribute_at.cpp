@@ -9,7 +9,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 #include "label/label.h"
 
 namespace {

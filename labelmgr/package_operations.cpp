@@ -1,8 +1,8 @@
 #include <map>
 #include <optional>
 
+#include "base/hexadecimal.h"
 #include "cli/label_manager.h"
-#include "label/id.h"
 #include "labelmgr/derived_label.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/packages.h"
@@ -10,16 +10,6 @@
 #include "labelmgr/user_values.h"
 
 // The port's operations on package ids. A package id is one transaction: no file changes with it.
-
-namespace {
-
-std::string hexadecimal(uint64_t number) {
-    Id id;
-    id.pkg_ = number;
-    return id.toString().substr(0, 16);
-}
-
-}  // namespace
 
 int setPkgId(const char* name, uint64_t id) {
     return statusOf(__func__, [&] {
@@ -29,7 +19,7 @@ int setPkgId(const char* name, uint64_t id) {
         Store store = openUserValues();
         Transaction transaction = store.begin();
         store.setPackageId(name, id);
-        store.addMessage("package", "set_id", name, hexadecimal(id));
+        store.addMessage("package", "set_id", name, hexadecimalOf(id));
         transaction.commit();
         return 0;
     });
@@ -65,7 +55,7 @@ char* getPkgNameById(uint64_t id) {
                 return 0;
             }
         }
-        throw OperationError(hexadecimal(id), "no package has this id");
+        throw OperationError(hexadecimalOf(id), "no package has this id");
     });
     return answer;
 }
@@ -76,7 +66,7 @@ int delUserSetPkgId(const char* name) {
         if (store) {
             Transaction transaction = store->begin();
             if (store->removePackageId(name)) {
-                store->addMessage("package", "del_id", name, hexadecimal(packageIdOfName(name)));
+                store->addMessage("package", "del_id", name, hexadecimalOf(packageIdOfName(name)));
                 transaction.commit();
                 return 0;
             }
@@ -94,7 +84,7 @@ int clearUserSetPkgId() {
         Transaction transaction = store->begin();
         for (const PackageId& set : store->packageIds()) {
             store->removePackageId(set.name);
-            store->addMessage("package", "clear_id", set.name, hexadecimal(packageIdOfName(set.name)));
+            store->addMessage("package", "clear_id", set.name, hexadecimalOf(packageIdOfName(set.name)));
         }
         transaction.commit();
         return 0;

@@ -3,7 +3,7 @@
 #include <string>
 #include <sys/types.h>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 #include "labelmgr/file_labels.h"
 
 // A file found by its canonical path, one component after the other, so that no link that was swapped in

@@ -86,7 +86,8 @@ std::optional<StateDirectory> StateDirectory::open(IfMissing ifMissing) {
         throw systemError(path);
     }
     requireTrusted(path, status.st_uid, status.st_mode);
-    const UniqueText resolved(realpath(path.c_str(), nullptr));  // SQLite refuses links anywhere in a path
+    const MallocOwner<char> resolved(
+        realpath(path.c_str(), nullptr));  // SQLite refuses links anywhere in a path
     if (!resolved) {
         throw systemError(path);
     }

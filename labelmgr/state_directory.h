@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <utility>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 
 // Where the label manager keeps its state, and whether it can be trusted.
 

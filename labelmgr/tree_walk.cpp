@@ -1,16 +1,15 @@
 #include "labelmgr/tree_walk.h"
 
 #include <cerrno>
-#include <cstring>
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
 #include <new>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
 
+#include "base/directories.h"
 #include "labelmgr/file_system_kind.h"
 #include "labelmgr/operation_error.h"
 #include "labelmgr/pinned_file.h"
@@ -19,19 +18,6 @@ namespace {
 
 constexpr size_t kReadSize = size_t{64} * 1024;
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-// The directories that wait keep their parents open.
-void allowManyDescriptors() {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
-bool isSelfOrParent(const char* name) {
-    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
 
 // A name that is gone, or is no directory any more.
 bool hasVanished(int reason) {
@@ -64,7 +50,7 @@ UniqueFd TreeWalk::openRoot(const std::string& path) {
 
 void TreeWalk::run(UniqueFd rootDescriptor, const std::string& root,
                    const std::shared_ptr<const WalkState>& rootState) {
-    allowManyDescriptors();
+    raiseDescriptorLimit();  // the directories that wait keep their parents open
     auto directory = std::make_shared<Directory>();
     directory->descriptor = std::move(rootDescriptor);
     struct stat status {};

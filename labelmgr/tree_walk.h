@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "common/posix_handles.h"
+#include "base/handles.h"
 
 // Walks a tree with several threads, pinned to it by descriptors: after the root no path of more than one
 // component is looked up, and no link is followed, so that nothing that is swapped in meanwhile leads

@@ -16,6 +16,8 @@
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/PropertyConfigurator.hh>
 
+#include "base/trimmed.h"
+
 namespace {
 
 constexpr const char* kConfigPath = "/etc/zorv/label/zorv-label-log.properties";
@@ -60,11 +62,7 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
 }
 
 std::string_view trimBlanks(std::string_view text) {
-    const size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    return trimmed(text, " \t");
 }
 
 // The file name that a properties line gives to an appender; empty for any other line.

@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 namespace log4cpp {
 class Category;

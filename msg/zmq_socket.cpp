@@ -7,7 +7,7 @@
 
 #include <zmq.h>
 
-#include "loader/shared_library.h"
+#include "base/shared_library.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include <zorv_api.h>
+#include "base/api.h"
 
 // One ZeroMQ socket in a context of its own, for text messages. It owns both, is neither copied nor moved,
 // and belongs to one thread at a time. Nothing is logged. Every failure is a std::runtime_error with a fixed

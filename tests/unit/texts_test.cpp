@@ -6,7 +6,7 @@
 #include "common/config_file.h"
 #include "common/sm3_hash.h"
 #include "common/string_utils.h"
-#include "loader/shared_library.h"
+#include "base/shared_library.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"

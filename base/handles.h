@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
+#include <glob.h>
 #include <memory>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
-// Owners of what the C library hands out. Internal.
+// Owners of what the C library and the label manager hand out. Internal.
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -22,7 +24,20 @@ using UniqueStream = std::unique_ptr<std::FILE, CloseStream>;
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
 };
-using UniqueText = std::unique_ptr<char, FreeMemory>;
+template <typename T>
+using MallocOwner = std::unique_ptr<T, FreeMemory>;
+
+// What glob() finds for a pattern, and what it answered.
+struct GlobResult {
+    GlobResult(const std::string& pattern, int flags)
+        : status(glob(pattern.c_str(), flags, nullptr, &matches)) {}
+    ~GlobResult() { globfree(&matches); }
+    GlobResult(const GlobResult&) = delete;
+    GlobResult& operator=(const GlobResult&) = delete;
+
+    glob_t matches{};
+    int status;
+};
 
 class UniqueFd {
  public:

@@ -1,4 +1,4 @@
-#include "loader/shared_library.h"
+#include "base/shared_library.h"
 
 #include <stdexcept>
 

@@ -1,0 +1,101 @@
+#include "labelmgr/change/change.h"
+
+#include "labelmgr/change/change_plan.h"
+#include "labelmgr/change/label_writer.h"
+#include "labelmgr/change/recovery.h"
+#include "labelmgr/model/operation_error.h"
+
+namespace {
+
+// Sets and removes records, and answers what they replace.
+std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps) {
+    std::vector<FormerRecord> former;
+    for (const ChangeStep& step : steps) {
+        store.scan().noteChange(step.target);
+        if (writesWholeLabel(step.kind)) {
+            continue;
+        }
+        former.push_back({step.target, store.userValues().find(step.target)});
+        if (step.kind == ChangeKind::kSet) {
+            store.userValues().set(step.target, step.value);
+        } else {
+            store.userValues().remove(step.target);
+        }
+    }
+    return former;
+}
+
+void keepPending(Store& store, const std::vector<FormerRecord>& records,
+                 const std::vector<ChangedFile>& files) {
+    PendingTable pending = store.pending();
+    for (const FormerRecord& record : records) {
+        pending.add(record);
+    }
+    for (const ChangedFile& changed : files) {
+        if (changed.isToBeWritten()) {
+            pending.add(changed.file);
+        }
+    }
+}
+
+void tell(Store& store, const ChangePlan& plan) {
+    FeedTable feed = store.feed();
+    feed.trim();
+    for (const ChangedFile& changed : plan.files) {
+        feed.add(changed.messages);
+    }
+}
+
+void writeLabel(LabelWriter& writer, ChangedFile& changed) {
+    try {
+        writer.write(changed);
+    } catch (const FileGone&) {
+        if (changed.isNeeded) {
+            throw;
+        }
+        changed.messages.clear();  // as of the others that matched and are gone
+    }
+}
+
+void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
+    Transaction transaction = store.begin();
+    LabelWriter writer(context);
+    for (ChangedFile& changed : plan.files) {
+        if (changed.isToBeWritten()) {
+            writeLabel(writer, changed);
+        }
+    }
+    writer.flush();
+    tell(store, plan);
+    store.pending().clear();
+    transaction.commit();
+}
+
+}  // namespace
+
+std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
+    ChangePlan plan;
+    FailedChange ifItFails{{}, store.feed().last(), plan.files};
+    bool isBegun = false;
+    try {
+        Transaction transaction = store.begin();
+        ifItFails.formerRecords = changeRecords(store, steps);
+        plan = planFiles(store, context, steps);
+        if (plan.writesLabels) {
+            keepPending(store, ifItFails.formerRecords, plan.files);
+        } else {  // the first commit is the only one
+            tell(store, plan);
+        }
+        isBegun = true;
+        transaction.commit();
+        if (plan.writesLabels) {
+            writeLabels(store, context, plan);
+        }
+    } catch (const std::exception&) {
+        if (isBegun) {
+            takeBackFailedChange(store, context, ifItFails);
+        }
+        throw;
+    }
+    return plan.lastValue;
+}

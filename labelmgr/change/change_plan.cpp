@@ -1,0 +1,130 @@
+#include "labelmgr/change/change_plan.h"
+
+#include <algorithm>
+
+#include "labelmgr/files/pattern_files.h"
+#include "labelmgr/model/operation_error.h"
+
+namespace {
+
+constexpr size_t kMostPins = 256;
+
+// What a step does to one file.
+struct FileStep {
+    const ChangeStep* step;
+    bool isTarget;  // the record is this file's own, not that of a pattern that it matches
+};
+using FileSteps = std::vector<FileStep>;
+
+bool isAboutTheSame(const ChangeStep& left, const ChangeStep& right) {
+    return writesWholeLabel(left.kind) == writesWholeLabel(right.kind) &&
+           (writesWholeLabel(left.kind) || left.target.field == right.target.field);
+}
+
+// Of several steps about one field of one file, one is enough: what counts is what the store says.
+void addStep(FileSteps& steps, const FileStep& added) {
+    for (FileStep& present : steps) {
+        if (isAboutTheSame(*present.step, *added.step)) {
+            if (added.isTarget && !present.isTarget) {
+                present = added;
+            }
+            return;
+        }
+    }
+    steps.push_back(added);
+}
+
+std::map<std::string, FileSteps> stepsByFile(const std::vector<ChangeStep>& steps) {
+    std::map<std::string, FileSteps> byFile;
+    for (const ChangeStep& step : steps) {
+        for (const std::string& path : filesOf(step.target)) {
+            addStep(byFile[path], {&step, !step.target.isPattern});
+        }
+    }
+    return byFile;
+}
+
+// A value cannot be set on a file that is gone; to take one away needs no file.
+bool needsFile(const FileSteps& steps) {
+    return std::any_of(steps.begin(), steps.end(), [](const FileStep& entry) {
+        return entry.isTarget && entry.step->kind != ChangeKind::kDelete &&
+               entry.step->kind != ChangeKind::kClear;
+    });
+}
+
+class FilePlanner {
+ public:
+    FilePlanner(LabelDeriver& deriverToUse, ChangePlan& planToFill)
+        : deriver(deriverToUse), plan(planToFill) {}
+
+    void add(PinnedFile pin, const FileSteps& steps) {
+        ChangedFile changed{{pin.path(), pin.inode(), pin.label(), {}}, {}, {}, needsFile(steps)};
+        const LabelBytes& former = changed.file.former;
+        // A whole label takes the place of whatever is there.
+        const bool isKept = former && !writesWholeLabel(steps.front().step->kind);
+        Label label = isKept ? decodeLabel(pin.path(), *former) : Label();
+        for (const FileStep& entry : steps) {
+            apply(entry, pin.mode(), changed, label);
+        }
+        changed.file.wanted = encodeLabel(label);
+        if (changed.isToBeWritten() && plan.files.size() < kMostPins) {
+            changed.pin = std::move(pin);
+        }
+        if (changed.isToBeWritten() || !changed.messages.empty()) {
+            plan.writesLabels = plan.writesLabels || changed.isToBeWritten();
+            plan.files.push_back(std::move(changed));
+        }
+    }
+
+ private:
+    void apply(const FileStep& entry, mode_t mode, ChangedFile& changed, Label& label) {
+        using UserValues = LabelDeriver::UserValues;
+        const ChangeKind kind = entry.step->kind;
+        const Field field = entry.step->target.field;
+        const PendingFile& file = changed.file;
+        bool isNew = true;
+        if (writesWholeLabel(kind)) {
+            label = deriver.label(file.path, mode,
+                                  kind == ChangeKind::kRestore ? UserValues::kObserve : UserValues::kIgnore);
+            plan.lastValue = label.toString();
+        } else {
+            const FieldValue value = deriver.value(field, file.path, mode);
+            isNew = !file.former || numbersOf(value) != numbersOf(fieldOf(label, field));
+            setField(label, field, value);
+            plan.lastValue = textOf(value);
+        }
+        if (isNew || entry.isTarget) {
+            changed.messages.push_back(
+                changeMessage("file", operationOf(kind, field), file.path, plan.lastValue));
+        }
+    }
+
+    LabelDeriver& deriver;
+    ChangePlan& plan;
+};
+
+}  // namespace
+
+std::vector<std::string> filesOf(const Target& target) {
+    return target.isPattern ? filesMatching(target.text) : std::vector<std::string>{target.text};
+}
+
+ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
+    ChangePlan plan;
+    const std::map<std::string, FileSteps> byFile = stepsByFile(steps);
+    Facts facts(context);
+    LabelDeriver deriver(&store, facts);
+    deriver.expectFiles(byFile.size());
+    FilePinner pinner(context);
+    FilePlanner planner(deriver, plan);
+    for (const auto& [path, fileSteps] : byFile) {
+        try {
+            planner.add(pinner.pin(path), fileSteps);
+        } catch (const FileGone&) {
+            if (needsFile(fileSteps)) {
+                throw;
+            }
+        }
+    }
+    return plan;
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "labelmgr/files/flush.h"
+#include "labelmgr/files/pinned_file.h"
+#include "labelmgr/store/pending_table.h"
+
+// A file of a change. It is pinned from the look at its label until the change is told or taken
+// back; where a change has too many files for that, it is found again by its path, and must then be
+// the same file with the label that it should have by now.
+struct ChangedFile {
+    PendingFile file;
+    std::optional<PinnedFile> pin;
+    std::vector<std::string> messages;
+    bool isNeeded = false;  // without it the change fails
+
+    bool isToBeWritten() const { return file.former != file.wanted; }
+};
+
+// Writes the labels of a change, brings them to the disk, and takes them back.
+class LabelWriter {
+ public:
+    explicit LabelWriter(const Context& context) : pinner(context) {}
+
+    void setLabel(const PinnedFile& file, const LabelBytes& label);
+    // Throws OperationError, FileGone when the path leads to another file or another label by now.
+    void write(const ChangedFile& changed);
+    // Waits until everything written is on disk. Throws OperationError.
+    void flush();
+
+    // Gives files their former labels back, last first; a file that has another label than the
+    // wanted one is left alone. What cannot be put back is logged: then false.
+    bool takeBack(const std::vector<ChangedFile>& files);
+    // Writes the wanted labels again, as far as possible.
+    void writeAgain(const std::vector<ChangedFile>& files);
+
+ private:
+    template <typename Work>
+    void onFile(const ChangedFile& changed, const LabelBytes& expected, Work work);
+
+    FilePinner pinner;
+    std::vector<UniqueFd> unflushedFiles;  // while they are few
+    size_t written = 0;
+    WrittenFileSystems fileSystems;
+};

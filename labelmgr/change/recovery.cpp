@@ -1,0 +1,131 @@
+#include "labelmgr/change/recovery.h"
+
+#include "labelmgr/change/change_plan.h"
+#include "labelmgr/model/operation_error.h"
+#include "labelmgr/policy/label_deriver.h"
+#include "log/logger.h"
+
+namespace {
+
+void putRecordsBack(Store& store, const std::vector<FormerRecord>& records, int64_t lastMessage) {
+    Transaction transaction = store.begin();
+    for (const FormerRecord& former : records) {
+        if (former.value) {
+            store.userValues().putBack({former.target, *former.value});
+        } else {
+            store.userValues().remove(former.target);
+        }
+    }
+    store.pending().clear();
+    store.feed().removeAfter(lastMessage);
+    transaction.commit();
+}
+
+void takeBackLeftChange(Store& store, const Context& context) {
+    std::vector<ChangedFile> files;
+    for (PendingFile& file : store.pending().files()) {
+        files.push_back({std::move(file), {}, {}});
+    }
+    LabelWriter writer(context);
+    writer.takeBack(files);
+    writer.flush();
+    putRecordsBack(store, store.pending().records(), store.feed().last());
+}
+
+bool hasDeadScan(Store& store) {
+    return store.scan().state().status == ScanStatus::kRunning && !store.directory().isScanLocked();
+}
+
+// Whether a commit that was told as failed shows all the same.
+bool isSeen(Store& store, const FailedChange& change) {
+    try {
+        store.reconnect();
+        return store.feed().last() > change.lastMessage;
+    } catch (const OperationError& failure) {
+        ZORV_LOG(error, "%s", failure.what());
+        return false;
+    }
+}
+
+// On the same connection first: it writes over what its failed commit left in the journal.
+bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
+    for (const bool again : {false, true}) {
+        try {
+            if (again) {
+                store.reconnect();
+            }
+            putRecordsBack(store, change.formerRecords, change.lastMessage);
+            return true;
+        } catch (const OperationError& failure) {
+            if (again) {
+                ZORV_LOG(error, "the next command takes back the failed change: %s", failure.what());
+            }
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+bool hasLeftWork(Store& store) {
+    return !store.pending().isEmpty() || hasDeadScan(store);
+}
+
+void finishWhatWasLeft(Store& store, const Context& context) {
+    if (!store.pending().isEmpty()) {
+        takeBackLeftChange(store, context);
+    }
+    if (hasDeadScan(store)) {
+        Transaction transaction = store.begin();
+        reapplyChangesDuringScan(store, context);
+        store.scan().set({ScanStatus::kInterrupted, 0});
+        transaction.commit();
+    }
+}
+
+void takeBackFailedChange(Store& store, const Context& context, const FailedChange& change) {
+    LabelWriter writer(context);
+    if (!writer.takeBack(change.files)) {
+        ZORV_LOG(error, "the next command takes back the failed change");
+        return;
+    }
+    try {
+        writer.flush();
+    } catch (const OperationError& failure) {  // as before in memory, which is what there is
+        ZORV_LOG(error, "%s", failure.what());
+    }
+    if (!tryPuttingRecordsBack(store, change) && isSeen(store, change)) {
+        ZORV_LOG(error, "the change is told as failed, and yet it cannot be taken back");
+        writer.writeAgain(change.files);
+    }
+}
+
+void reapplyChangesDuringScan(Store& store, const Context& context) {
+    const std::vector<Target> targets = store.scan().changes();
+    std::vector<std::string> paths;
+    for (const Target& target : targets) {
+        try {
+            const std::vector<std::string> files = filesOf(target);
+            paths.insert(paths.end(), files.begin(), files.end());
+        } catch (const OperationError& failure) {
+            ZORV_LOG(error, "%s", failure.what());
+        }
+    }
+    Facts facts(context);
+    LabelDeriver deriver(&store, facts);
+    deriver.expectFiles(paths.size());
+    LabelWriter writer(context);
+    FilePinner pinner(context);
+    constexpr auto kObserve = LabelDeriver::UserValues::kObserve;
+    for (const std::string& path : paths) {
+        try {
+            const PinnedFile file = pinner.pin(path);
+            writer.setLabel(file, encodeLabel(deriver.label(path, file.mode(), kObserve)));
+        } catch (const FileGone&) {
+            continue;  // nothing to bring in line
+        } catch (const OperationError& failure) {
+            ZORV_LOG(error, "%s", failure.what());
+        }
+    }
+    writer.flush();
+}

@@ -1,0 +1,36 @@
+#include "labelmgr/change/session.h"
+
+#include "labelmgr/change/recovery.h"
+#include "log/logger.h"
+
+Store openToChange(const Context& context) {
+    Store store = Store::openToWrite(context.stateDirectory);
+    finishWhatWasLeft(store, context);
+    return store;
+}
+
+std::optional<Store> openToChangeIfThere(const Context& context) {
+    // Closed again at once: a process has one connection.
+    const bool isThere = Store::openToRead(context.stateDirectory).has_value();
+    return isThere ? std::optional(openToChange(context)) : std::nullopt;
+}
+
+std::optional<Store> openToRead(const Context& context) {
+    std::optional<Store> store = Store::openToRead(context.stateDirectory);
+    if (!store || !hasLeftWork(*store)) {
+        return store;
+    }
+    store.reset();
+    try {
+        Store left = Store::openToWrite(context.stateDirectory, std::chrono::seconds(0));
+        finishWhatWasLeft(left, context);
+    } catch (const StoreBusy&) {  // so it is not left: its process is at work on it
+    } catch (const OperationError& failure) {
+        ZORV_LOG(warn, "a change that was left unfinished is read as taken back: %s", failure.what());
+    }
+    store = Store::openToRead(context.stateDirectory);
+    if (store && !store->pending().isEmpty()) {
+        store->showWithoutPendingChange();
+    }
+    return store;
+}

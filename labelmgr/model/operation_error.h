@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "labelmgr/model/message_text.h"
+
+// Why an operation of the label manager failed: the path or name concerned and the reason, as one
+// line for the log. Thrown inside labelmgr/ only; the port logs it once and answers a failed
+// status.
+class OperationError : public std::runtime_error {
+ public:
+    using std::runtime_error::runtime_error;
+    OperationError(const std::string& subject, const std::string& reason)
+        : std::runtime_error(asOneLine(subject) + ": " + reason) {}
+};
+
+// The system's reason for the call that just failed.
+inline OperationError systemError(const std::string& subject, int reason = errno) {
+    return {subject, std::strerror(reason)};
+}
+
+// The file concerned does not exist, or is not the one that it was.
+class FileGone : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
+// The same for a call on a file, with the case that it is gone told apart.
+[[noreturn]] inline void throwFileError(const std::string& path, int reason) {
+    if (reason == ENOENT || reason == ENOTDIR) {
+        throw FileGone(path, std::strerror(reason));
+    }
+    throw systemError(path, reason);
+}

@@ -1,0 +1,29 @@
+#include "labelmgr/policy/facts.h"
+
+namespace {
+
+constexpr size_t kFilesWorthAllOwners = 4;
+
+}  // namespace
+
+const Policy& Facts::policy() {
+    if (!readPolicy) {
+        readPolicy = loadPolicy(context.policyFile);
+    }
+    return *readPolicy;
+}
+
+std::string Facts::ownerOf(const std::string& path) {
+    if (!owners && expectsManyFiles) {
+        askForAllOwners("/");
+    }
+    return owners ? ownerIn(*owners, path) : context.packages->owner(path);
+}
+
+void Facts::askForAllOwners(const std::string& root) {
+    owners = context.packages->owners(root);
+}
+
+void Facts::expectFiles(size_t count) {
+    expectsManyFiles = count >= kFilesWorthAllOwners;
+}

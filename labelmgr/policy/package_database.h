@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "labelmgr/policy/package_answers.h"
+
+// The packages of a machine. Paths are canonical; a file below /usr is also found under the name
+// without it, as packages built before the directories were merged own it. Failures throw
+// OperationError.
+class PackageDatabase {
+ public:
+    virtual ~PackageDatabase() = default;
+
+    virtual bool isInstalled(const std::string& name) const = 0;
+    virtual std::vector<std::string> installed() const = 0;
+    // The owner of one path, which need not exist; empty when no package owns it.
+    virtual std::string owner(const std::string& path) const = 0;
+    // Every path at or below a root that a package owns: one question for many look-ups.
+    virtual OwnersByPath owners(const std::string& root) const = 0;
+};
+
+// How the programs of the package database are run.
+struct PackagePrograms {
+    std::string searchPath;         // in the form of PATH
+    bool keepsEnvironment = false;  // the rest of the caller's environment, too
+};
+
+// The machine's own database: dpkg's where dpkg-query is on the search path, else rpm's. With
+// neither, nothing is installed.
+std::shared_ptr<const PackageDatabase> systemPackages(const PackagePrograms& programs);

@@ -1,0 +1,88 @@
+#include "labelmgr/scan/label_visitor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+
+#include "labelmgr/files/attribute_at.h"
+#include "labelmgr/files/label_bytes.h"
+#include "labelmgr/files/mount_table.h"
+#include "labelmgr/model/operation_error.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr size_t kLargestLabel = 81;
+
+const LabelSnapshot::Directory& rulesOf(const WalkState& state) {
+    return static_cast<const LabelSnapshot::Directory&>(state);
+}
+
+}  // namespace
+
+std::shared_ptr<const WalkState> LabelVisitor::enter(const std::string& path,
+                                                     const std::shared_ptr<const WalkState>& parent) {
+    const auto rules = std::static_pointer_cast<const LabelSnapshot::Directory>(parent);
+    return snapshot.isExcluded(*rules, path) ? nullptr : snapshot.below(rules, path);
+}
+
+void LabelVisitor::visit(const WalkEntry& entry, const WalkState& state) {
+    const bool isDirectoryItself = *entry.name == '\0';
+    if (isDirectoryItself || !snapshot.isExcluded(rulesOf(state), entry.path)) {
+        writeLabel(entry, snapshot.label(rulesOf(state), entry.path, entry.mode));
+    }
+}
+
+void LabelVisitor::fail(const std::string& path, int reason) {
+    ++counts.failed;
+    ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+}
+
+void LabelVisitor::writeLabel(const WalkEntry& entry, const Label& label) {
+    const std::string wanted = encodeLabel(label);
+    std::array<char, kLargestLabel> present{};
+    const char* attribute = context.attribute.c_str();
+    const ssize_t got =
+        getAttributeAt(entry.directory, entry.name, attribute, present.data(), present.size());
+    if (got >= 0 && wanted == std::string_view(present.data(), static_cast<size_t>(got))) {
+        ++counts.unchanged;
+    } else if ((got < 0 && errno != ENODATA && errno != ERANGE) ||
+               setAttributeAt(entry.directory, entry.name, attribute, wanted.data(), wanted.size()) != 0) {
+        failUnlessGone(entry, errno);
+    } else {
+        ++counts.labelled;
+        noteWritten(entry);
+    }
+}
+
+void LabelVisitor::noteWritten(const WalkEntry& entry) {
+    if (lastWritten.exchange(entry.device) == entry.device || written.has(entry.device)) {
+        return;
+    }
+    EntryStatus directory;
+    UniqueFd mounted;
+    if (lookAt(entry.directory, "", directory) != 0 || directory.device != entry.device) {
+        mounted =
+            UniqueFd(openat(entry.directory, entry.name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    }
+    written.add(entry.device, mounted ? mounted.get() : entry.directory, entry.path);
+}
+
+void LabelVisitor::failUnlessGone(const WalkEntry& entry, int reason) {
+    if (reason == ENOTSUP) {
+        warnOfFileSystem(entry);
+    } else if (reason != ENOENT) {
+        fail(entry.path, reason);
+    }
+}
+
+void LabelVisitor::warnOfFileSystem(const WalkEntry& entry) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (withoutAttributes.insert(entry.device).second) {
+        ZORV_LOG(warn, "%s: the file system has no attributes for labels and is left alone",
+                 asOneLine(entry.path).c_str());
+    }
+}

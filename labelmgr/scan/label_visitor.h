@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "labelmgr/files/flush.h"
+#include "labelmgr/files/tree_walk.h"
+#include "labelmgr/model/context.h"
+#include "labelmgr/scan/label_snapshot.h"
+
+// What a scan has done so far.
+struct ScanCounts {
+    std::atomic<unsigned long> labelled{0};
+    std::atomic<unsigned long> unchanged{0};
+    std::atomic<unsigned long> failed{0};
+
+    unsigned long done() const { return labelled + unchanged + failed; }
+};
+
+// Gives each file that a walk comes to the label that it should have. A label that is already right
+// is not written. One bad file is one error line; a file system without attributes is one warning.
+class LabelVisitor : public TreeVisitor {
+ public:
+    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan)
+        : context(in), snapshot(labels), counts(countsOfScan) {}
+
+    std::shared_ptr<const WalkState> enter(const std::string& path,
+                                           const std::shared_ptr<const WalkState>& parent) override;
+    void visit(const WalkEntry& entry, const WalkState& state) override;
+    void fail(const std::string& path, int reason) override;
+
+    // Waits until all labels are on disk. Throws OperationError.
+    void flush() { written.flush(); }
+
+ private:
+    void writeLabel(const WalkEntry& entry, const Label& label);
+    void noteWritten(const WalkEntry& entry);
+    void failUnlessGone(const WalkEntry& entry, int reason);
+    void warnOfFileSystem(const WalkEntry& entry);
+
+    const Context& context;
+    const LabelSnapshot& snapshot;
+    ScanCounts& counts;
+    WrittenFileSystems written;
+    std::atomic<dev_t> lastWritten{0};
+    std::mutex mutex;
+    std::set<dev_t> withoutAttributes;
+};

@@ -1,0 +1,120 @@
+#include "labelmgr/scan/scan.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <unistd.h>
+
+#include "labelmgr/change/recovery.h"
+#include "labelmgr/change/session.h"
+#include "labelmgr/model/operation_error.h"
+#include "labelmgr/scan/label_snapshot.h"
+#include "labelmgr/scan/label_visitor.h"
+#include "labelmgr/scan/supervision.h"
+#include "log/logger.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+// Answers the lock that shows that the scan is alive. Changes from here on are written again at its
+// end.
+UniqueFd registerScan(const Context& context, LabelSnapshot& snapshot) {
+    Store store = openToChange(context);
+    std::optional<UniqueFd> lock = store.directory().lockForScan();
+    if (!lock) {
+        throw OperationError("process " + std::to_string(store.scan().state().process),
+                             "labels the whole system already");
+    }
+    Transaction transaction = store.begin();
+    store.scan().set({ScanStatus::kRunning, getpid()});
+    snapshot.readUserValues(store);
+    transaction.commit();
+    return std::move(*lock);
+}
+
+void endScan(const Context& context, ScanStatus status, const std::string& root, const std::string& summary) {
+    Store store = openToChange(context);
+    Transaction transaction = store.begin();
+    reapplyChangesDuringScan(store, context);
+    store.scan().set({status, 0});
+    store.feed().trim();
+    store.feed().add({changeMessage("scan", "end", root, summary)});
+    transaction.commit();
+}
+
+bool isLeftAlone(const LabelSnapshot& snapshot, std::string path) {
+    const auto rules = snapshot.wholeSystem();
+    while (!snapshot.isExcluded(*rules, path)) {
+        if (path == "/") {
+            return false;
+        }
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    }
+    return true;
+}
+
+// Whether the walk came to its end and all its labels to the disk.
+bool walkAndFlush(TreeWalk& walk, LabelVisitor& visitor, const LabelSnapshot& snapshot, UniqueFd descriptor,
+                  const std::string& root) {
+    try {
+        if (!isLeftAlone(snapshot, root)) {
+            walk.run(std::move(descriptor), root, snapshot.below(snapshot.wholeSystem(), root));
+        }
+        visitor.flush();
+        return true;
+    } catch (const std::exception& failure) {
+        ZORV_LOG(error, "%s", failure.what());
+        return false;
+    }
+}
+
+}  // namespace
+
+unsigned long labelWholeTree(const Context& context, const std::string& root,
+                             const std::vector<std::string>& skippedPaths, unsigned int threads) {
+    const Clock::time_point begin = Clock::now();
+    UniqueFd descriptor = TreeWalk::openRoot(root);
+    LabelSnapshot snapshot(context, root, skippedPaths);
+    const UniqueFd alive = registerScan(context, snapshot);
+    ScanCounts counts;
+    int signal = 0;
+    {
+        LabelVisitor visitor(context, snapshot, counts);
+        TreeWalk walk(visitor, threads);
+        Supervision supervision(counts, [&walk] { walk.cancel(); });
+        const bool isWhole = walkAndFlush(walk, visitor, snapshot, std::move(descriptor), root);
+        supervision.stop();
+        signal = supervision.receivedSignal();
+        if (isWhole && signal == 0) {
+            endScan(context, ScanStatus::kComplete, root, std::to_string(counts.done()));
+        } else {
+            endScan(context, ScanStatus::kInterrupted, root, "failed");
+        }
+        if (!isWhole) {
+            return counts.failed + 1;
+        }
+    }
+    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds%s", asOneLine(root).c_str(),
+             counts.labelled.load(), counts.unchanged.load(), counts.failed.load(), secondsSince(begin),
+             signal == 0 ? "" : ", interrupted by a signal");
+    if (signal != 0) {
+        raise(signal);
+    }
+    return counts.failed;
+}
+
+int wholeTreeStatus(const Context& context) {
+    std::optional<Store> store = Store::openToRead(context.stateDirectory);
+    if (!store) {
+        return static_cast<int>(ScanStatus::kNever);
+    }
+    const ScanStatus status = store->scan().state().status;
+    const bool isDead = status == ScanStatus::kRunning && !store->directory().isScanLocked();
+    return static_cast<int>(isDead ? ScanStatus::kInterrupted : status);
+}

@@ -1,0 +1,204 @@
+#include "labelmgr/store/database.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <thread>
+#include <unistd.h>
+
+#include "labelmgr/store/file_lock.h"
+#include "labelmgr/store/state_directory.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kRetryPause{2};
+// The bytes of a database file that SQLite locks for readers; a part of its file format.
+constexpr LockedBytes kReadersBytes{0x40000002, 510};
+
+[[noreturn]] void throwDatabaseError(sqlite3* database, const std::string& path) {
+    std::string reason = sqlite3_errmsg(database);
+    const int systemReason = sqlite3_system_errno(database);
+    if (systemReason != 0) {
+        reason.append(" (").append(std::strerror(systemReason)).append(")");
+    }
+    throw OperationError(path, reason);
+}
+
+std::string asUri(const std::string& path, const char* options) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '%' || c == '?' || c == '#') {
+            std::array<char, 4> escaped{};
+            std::snprintf(escaped.data(), escaped.size(), "%%%02X", static_cast<unsigned int>(c));
+            uri.append(escaped.data());
+        } else {
+            uri.push_back(c);
+        }
+    }
+    return uri.append(options);
+}
+
+UniqueFd lockForReading(const std::string& path, int openFlags, std::chrono::seconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    UniqueFd file(open(path.c_str(), openFlags | O_NOFOLLOW | O_CLOEXEC));
+    if (!file) {
+        throw systemError(path);
+    }
+    while (!tryLockBytes(file.get(), LockKind::kShared, kReadersBytes)) {
+        if (errno != EAGAIN && errno != EACCES) {
+            throw systemError(path);
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            throw StoreBusy(path, "another program has locked the database");
+        }
+        std::this_thread::sleep_for(kRetryPause);
+    }
+    return file;
+}
+
+// The journal alone could make SQLite take any file for a database.
+void requireDatabase(const UniqueFd& file, const std::string& path) {
+    constexpr std::string_view kMagic("SQLite format 3", 16);  // with its NUL
+    std::array<char, kMagic.size()> begin{};
+    const ssize_t size = pread(file.get(), begin.data(), begin.size(), 0);
+    if (size < 0) {
+        throw systemError(path);
+    }
+    if (size > 0 && std::string_view(begin.data(), begin.size()) != kMagic) {
+        throw OperationError(path, "file is not a database");
+    }
+}
+
+}  // namespace
+
+Statement::Statement(sqlite3* database, std::string databasePath, const char* sql)
+    : path(std::move(databasePath)) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) != SQLITE_OK) {
+        throwDatabaseError(database, path);
+    }
+    handle.reset(statement);
+}
+
+Statement& Statement::bind(int64_t value) {
+    check(sqlite3_bind_int64(handle.get(), ++bound, value));
+    return *this;
+}
+
+Statement& Statement::bind(std::string_view bytes) {
+    const char* data = bytes.data() != nullptr ? bytes.data() : "";  // a null pointer would bind NULL
+    check(sqlite3_bind_blob64(handle.get(), ++bound, data, bytes.size(), SQLITE_TRANSIENT));
+    return *this;
+}
+
+Statement& Statement::bindNull() {
+    check(sqlite3_bind_null(handle.get(), ++bound));
+    return *this;
+}
+
+bool Statement::step() {
+    const int result = sqlite3_step(handle.get());
+    if (result == SQLITE_ROW) {
+        return true;
+    }
+    if (result != SQLITE_DONE) {
+        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
+    }
+    return false;
+}
+
+void Statement::run() {
+    while (step()) {
+    }
+    check(sqlite3_reset(handle.get()));
+    bound = 0;
+}
+
+int64_t Statement::integer(int column) const {
+    return sqlite3_column_int64(handle.get(), column);
+}
+
+std::string Statement::bytes(int column) const {
+    const void* data = sqlite3_column_blob(handle.get(), column);
+    const int size = sqlite3_column_bytes(handle.get(), column);
+    return size > 0 ? std::string(static_cast<const char*>(data), static_cast<size_t>(size)) : std::string();
+}
+
+bool Statement::isNull(int column) const {
+    return sqlite3_column_type(handle.get(), column) == SQLITE_NULL;
+}
+
+void Statement::check(int result) const {
+    if (result != SQLITE_OK) {
+        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
+    }
+}
+
+Database::Database(const std::string& databasePath, Mode openMode, std::chrono::seconds patience)
+    : path(databasePath),
+      mode(openMode),
+      lockedFile(lockForReading(path, mode == Mode::kReadWrite ? O_RDWR : O_RDONLY, patience)) {
+    requireDatabase(lockedFile, path);
+    reopen();
+}
+
+void Database::reopen() {
+    handle.reset();
+    sqlite3* database = nullptr;
+    const std::string name = asUri(path, mode == Mode::kFrozen ? "?immutable=1" : "");
+    const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW |
+                      (mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY);
+    const int opened = sqlite3_open_v2(name.c_str(), &database, flags, "unix-none");
+    handle.reset(database);
+    if (database == nullptr) {
+        throw OperationError(path, sqlite3_errstr(opened));
+    }
+    if (opened != SQLITE_OK) {
+        throwDatabaseError(database, path);
+    }
+    sqlite3_extended_result_codes(database, 1);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    executeAll(
+        "PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0;"
+        "PRAGMA mmap_size = 0; PRAGMA temp_store = MEMORY");
+}
+
+void Database::shorten() {
+    if (!tryLockBytes(lockedFile.get(), LockKind::kExclusive, kReadersBytes)) {
+        return;
+    }
+    const int result =
+        sqlite3_wal_checkpoint_v2(handle.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    if (result != SQLITE_OK) {  // it is only longer than it need be
+        ZORV_LOG(warn, "%s: the journal was not shortened: %s", path.c_str(), sqlite3_errmsg(handle.get()));
+    }
+    if (!tryLockBytes(lockedFile.get(), LockKind::kShared, kReadersBytes)) {
+        throw systemError(path);
+    }
+}
+
+void Database::executeAll(const char* script) {
+    if (sqlite3_exec(handle.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        throwDatabaseError(handle.get(), path);
+    }
+}
+
+int64_t Database::number(const char* sql) {
+    Statement statement = prepare(sql);
+    return statement.step() ? statement.integer(0) : 0;
+}
+
+Transaction::~Transaction() {
+    if (!database.inTransaction()) {
+        return;
+    }
+    try {
+        database.execute("ROLLBACK");
+    } catch (const OperationError& failure) {
+        ZORV_LOG(error, "rollback failed: %s", failure.what());
+    }
+}

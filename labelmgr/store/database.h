@@ -1,0 +1,108 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <sqlite3.h>
+
+#include "base/handles.h"
+#include "labelmgr/model/operation_error.h"
+
+// Owners of SQLite's handles. A failure throws OperationError with the database's path and SQLite's
+// reason. One connection belongs to one thread of one process.
+//
+// The database has a write-ahead journal. SQLite would share an index of it between processes in a
+// mapped file, and a full disk under a mapped file ends the process. Here each connection keeps an
+// index of its own in memory, and SQLite takes no locks (the VFS "unix-none"). What its locks
+// guaranteed is guaranteed otherwise:
+// - one process writes at a time: the writers' lock of the state directory;
+// - a reader sees the commits that were in the journal when it opened: the journal only grows, but
+//   for
+// - shorten(), which takes the journal into the database and empties it. It is done only while
+//   nobody reads: every connection holds a shared lock on the bytes that SQLite itself locks for
+//   readers, and shorten() needs them for itself alone. So other programs' readers are safe, too.
+
+// A prepared statement. Values are bound by position from 1, columns read by position from 0. Texts
+// are bytes (BLOBs).
+class Statement {
+ public:
+    Statement(sqlite3* database, std::string databasePath, const char* sql);
+
+    Statement& bind(int64_t value);
+    Statement& bind(std::string_view bytes);
+    Statement& bindNull();
+
+    // True while there is a row. The last step of a statement that answers no rows runs it.
+    bool step();
+    // Runs a statement that answers no rows; it can then be bound and run again.
+    void run();
+
+    int64_t integer(int column) const;
+    std::string bytes(int column) const;
+    bool isNull(int column) const;
+
+ private:
+    struct Finalizer {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+
+    void check(int result) const;
+
+    std::unique_ptr<sqlite3_stmt, Finalizer> handle;
+    std::string path;
+    int bound = 0;
+};
+
+class Database {
+ public:
+    // kFrozen: without its journal, for a journal that is empty or not there; needs no file that
+    // is not there, and no disk that takes writes.
+    enum class Mode { kReadWrite, kRead, kFrozen };
+
+    // Opens an existing file. Throws StoreBusy when another program keeps it locked for longer than
+    // the patience.
+    Database(const std::string& databasePath, Mode openMode, std::chrono::seconds patience);
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+    ~Database() = default;
+
+    // Closes and opens it again.
+    void reopen();
+    // Takes the journal into the database, unless somebody reads.
+    void shorten();
+
+    Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
+    void execute(const char* sql) { prepare(sql).run(); }
+    // Several statements without values.
+    void executeAll(const char* script);
+    int64_t number(const char* sql);
+    int64_t changedRows() const { return sqlite3_changes64(handle.get()); }
+    bool inTransaction() const { return sqlite3_get_autocommit(handle.get()) == 0; }
+
+ private:
+    struct Closer {
+        void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+    };
+
+    std::string path;
+    Mode mode;
+    UniqueFd lockedFile;  // let go after the connection
+    std::unique_ptr<sqlite3, Closer> handle;
+};
+
+// A write transaction; rolled back unless it was committed.
+class Transaction {
+ public:
+    explicit Transaction(Database& on) : database(on) { database.execute("BEGIN IMMEDIATE"); }
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void commit() { database.execute("COMMIT"); }
+
+ private:
+    Database& database;
+};

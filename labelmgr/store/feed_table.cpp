@@ -1,0 +1,37 @@
+#include "labelmgr/store/feed_table.h"
+
+void FeedTable::trim() {
+    database.execute(
+        "DELETE FROM change_feed WHERE sequence <= (SELECT max(sequence) FROM change_feed) - 100000");
+}
+
+void FeedTable::add(const std::vector<std::string>& messages) {
+    if (!insert) {
+        insert = database.prepare("INSERT INTO change_feed(message) VALUES(?)");
+    }
+    for (const std::string& message : messages) {
+        insert->bind(message).run();
+    }
+}
+
+void FeedTable::removeAfter(int64_t sequence) {
+    database.prepare("DELETE FROM change_feed WHERE sequence > ?").bind(sequence).run();
+    database.prepare("UPDATE sqlite_sequence SET seq = min(seq, ?) WHERE name = 'change_feed'")
+        .bind(sequence)
+        .run();
+}
+
+int64_t FeedTable::last() {
+    return database.number("SELECT max(sequence) FROM change_feed");
+}
+
+std::vector<FeedMessage> FeedTable::after(int64_t sequence, size_t most) {
+    Statement statement = database.prepare(
+        "SELECT sequence, message FROM change_feed WHERE sequence > ? ORDER BY sequence LIMIT ?");
+    statement.bind(sequence).bind(static_cast<int64_t>(most));
+    std::vector<FeedMessage> messages;
+    while (statement.step()) {
+        messages.push_back({statement.integer(0), statement.bytes(1)});
+    }
+    return messages;
+}

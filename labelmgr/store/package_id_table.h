@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "labelmgr/store/database.h"
+
+struct PackageId {
+    std::string name;
+    uint64_t id = 0;
+};
+
+// The package ids that users set.
+class PackageIdTable {
+ public:
+    explicit PackageIdTable(Database& in) : database(in) {}
+
+    std::optional<uint64_t> find(std::string_view name);
+    // Ordered by name.
+    std::vector<PackageId> all();
+    void set(std::string_view name, uint64_t id);
+    void remove(std::string_view name);
+
+ private:
+    Database& database;
+};

@@ -1,0 +1,75 @@
+#include "labelmgr/store/pending_table.h"
+
+#include "labelmgr/store/columns.h"
+
+namespace {
+
+PendingFile readFile(const Statement& statement) {
+    PendingFile file{statement.bytes(0), static_cast<ino_t>(statement.integer(1)), std::nullopt,
+                     statement.bytes(3)};
+    if (!statement.isNull(2)) {
+        file.former = statement.bytes(2);
+    }
+    return file;
+}
+
+}  // namespace
+
+bool PendingTable::isEmpty() {
+    return database.number(
+               "SELECT EXISTS(SELECT 1 FROM pending_record) OR EXISTS(SELECT 1 FROM pending_file)") == 0;
+}
+
+void PendingTable::clear() {
+    database.execute("DELETE FROM pending_record");
+    database.execute("DELETE FROM pending_file");
+}
+
+void PendingTable::add(const FormerRecord& record) {
+    Statement statement = database.prepare(
+        "INSERT INTO pending_record(field, is_pattern, target, package, file, path, previous_order)"
+        " VALUES(?, ?, ?, ?, ?, ?, ?)");
+    const UserValue former = record.value.value_or(UserValue{fieldValueOf(record.target.field, {}), 0});
+    bindValue(bindTarget(statement, record.target), former.value).bind(former.order).run();
+}
+
+std::vector<FormerRecord> PendingTable::records() {
+    Statement statement = database.prepare(
+        "SELECT field, is_pattern, target, previous_order, package, file, path FROM pending_record"
+        " ORDER BY id");
+    std::vector<FormerRecord> records;
+    while (statement.step()) {
+        FormerRecord record{readTarget(statement, 0), std::nullopt};
+        if (statement.integer(3) != 0) {
+            record.value = readUserValue(statement, 3, record.target.field);
+        }
+        records.push_back(std::move(record));
+    }
+    return records;
+}
+
+void PendingTable::add(const PendingFile& file) {
+    if (!insertFile) {
+        insertFile =
+            database.prepare("INSERT INTO pending_file(path, inode, former, wanted) VALUES(?, ?, ?, ?)");
+    }
+    insertFile->bind(file.path).bind(toStored(file.inode));
+    file.former ? insertFile->bind(*file.former) : insertFile->bindNull();
+    insertFile->bind(file.wanted).run();
+}
+
+std::vector<PendingFile> PendingTable::files() {
+    Statement statement =
+        database.prepare("SELECT path, inode, former, wanted FROM pending_file ORDER BY id");
+    std::vector<PendingFile> files;
+    while (statement.step()) {
+        files.push_back(readFile(statement));
+    }
+    return files;
+}
+
+std::optional<PendingFile> PendingTable::file(const std::string& path) {
+    Statement statement =
+        database.prepare("SELECT path, inode, former, wanted FROM pending_file WHERE path = ?");
+    return statement.bind(path).step() ? std::optional(readFile(statement)) : std::nullopt;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "labelmgr/model/user_value.h"
+#include "labelmgr/store/database.h"
+
+// A record as it was before a change; without a value there was none.
+struct FormerRecord {
+    Target target;
+    std::optional<UserValue> value;
+};
+
+// A file that a change writes to: the bytes of its label before and after it. No former bytes:
+// there was no label.
+struct PendingFile {
+    std::string path;
+    ino_t inode = 0;
+    std::optional<std::string> former;
+    std::string wanted;
+};
+
+// The change under way: everything that is needed to take it back. It stands here from before the
+// first label is written until all of them are on disk.
+class PendingTable {
+ public:
+    explicit PendingTable(Database& in) : database(in) {}
+
+    bool isEmpty();
+    void clear();
+
+    void add(const FormerRecord& record);
+    std::vector<FormerRecord> records();
+
+    void add(const PendingFile& file);
+    std::vector<PendingFile> files();
+    std::optional<PendingFile> file(const std::string& path);
+
+ private:
+    Database& database;
+    std::optional<Statement> insertFile;  // there may be many
+};

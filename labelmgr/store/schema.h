@@ -1,0 +1,14 @@
+#pragma once
+
+#include "labelmgr/store/database.h"
+
+// The tables of the store, and which version of them a database holds.
+
+// 0 before its first writer has made them. Throws OperationError, which names the database, for
+// tables of a newer version and for a database of something else.
+int schemaVersion(Database& database, const std::string& path);
+
+// Makes the tables of the present version, or of those of an older one.
+void bringToPresentVersion(Database& database, const std::string& path);
+
+constexpr int kSchemaVersion = 2;

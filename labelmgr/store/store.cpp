@@ -1,0 +1,60 @@
+#include "labelmgr/store/store.h"
+
+#include "labelmgr/store/schema.h"
+
+namespace {
+
+constexpr off_t kLongJournal = 1 << 20;
+
+}  // namespace
+
+std::optional<Store> Store::openToRead(const std::string& directory) {
+    constexpr auto kIfMissing = StateDirectory::IfMissing::kAnswerNothing;
+    std::optional<StateDirectory> stateDirectory = StateDirectory::open(directory, kIfMissing);
+    const auto file = stateDirectory ? stateDirectory->database(kIfMissing) : std::nullopt;
+    if (!file) {
+        return std::nullopt;
+    }
+    const auto mode = stateDirectory->journalSize() > 0 ? Database::Mode::kRead : Database::Mode::kFrozen;
+    Store store(std::move(*stateDirectory), *file, mode, UniqueFd());
+    const int version = schemaVersion(*store.database, *file);
+    if (version == 0) {
+        return std::nullopt;
+    }
+    if (version == 1) {  // whose changes under way are nobody's affair but its own
+        store.database->executeAll(
+            "CREATE TEMP TABLE pending_record(id, field, is_pattern, target, previous_order, package,"
+            " file, path); CREATE TEMP TABLE pending_file(id, path, inode, former, wanted)");
+    }
+    return store;
+}
+
+Store Store::openToWrite(const std::string& directory, std::chrono::seconds patience) {
+    constexpr auto kIfMissing = StateDirectory::IfMissing::kCreate;
+    std::optional<StateDirectory> stateDirectory = StateDirectory::open(directory, kIfMissing);
+    UniqueFd lock = stateDirectory->lockForWriting(patience);
+    const std::string file = *stateDirectory->database(kIfMissing);
+    const bool isLong = stateDirectory->journalSize() > kLongJournal;
+    Store store(std::move(*stateDirectory), file, Database::Mode::kReadWrite, std::move(lock));
+    bringToPresentVersion(*store.database, file);
+    if (isLong) {
+        store.database->shorten();
+    }
+    return store;
+}
+
+Store::Store(StateDirectory directory, const std::string& databasePath, Database::Mode mode,
+             UniqueFd writersLock)
+    : stateDirectory(std::move(directory)),
+      lock(std::move(writersLock)),
+      database(std::make_unique<Database>(databasePath, mode, kPatienceForDatabase)) {}
+
+void Store::showWithoutPendingChange() {
+    database->executeAll(R"(
+CREATE TEMP TABLE user_value AS SELECT * FROM main.user_value AS present
+    WHERE NOT EXISTS(SELECT 1 FROM pending_record AS former WHERE former.field = present.field
+        AND former.is_pattern = present.is_pattern AND former.target = present.target);
+INSERT INTO temp.user_value(set_order, field, is_pattern, target, package, file, path)
+    SELECT previous_order, field, is_pattern, target, package, file, path FROM pending_record
+    WHERE previous_order != 0)");
+}

@@ -1,23 +1,68 @@
 #!/bin/sh
 # Prints every include that the layers do not allow and fails when there is one. Tried on wrong ones first.
+# Usage: check_layers.sh SOURCE-ROOT
 set -eu
 
-# Of lines "FILE:LINE".
+# The folders, and what each may include; of a room of labelmgr/, the rooms below it and itself.
+allowed='
+base base/
+log log/ base/
+msg msg/ base/
+common common/ log/ base/
+label label/ log/ base/
+cli cli/ base/ label/label.h common/sm3_hash.h
+'
+rooms='model files store policy feed change scan port'
+outside='label/ common/ log/ base/ cli/label_manager.h'
+below=
+for room in $rooms; do
+    below="$below labelmgr/$room/"
+    allowed="$allowed
+labelmgr/$room $outside $below"
+done
+
+# Of lines "FILE:LINE", those with an include of this project that the file's folder may not include.
 wrongIncludes() {
-    grep -E '^[^:]*:[[:space:]]*#[[:space:]]*include[[:space:]]*("|<(\.|base|cli|common|label|labelmgr|log|msg|tests)/)' |
-        grep -vE '^base/[^:]*:.*"base/' |
-        grep -vE '^(log|msg)/[^:]*:.*"(base/|\1/)' |
-        grep -vE '^common/[^:]*:.*"(common|log|base)/' |
-        grep -vE '^label/[^:]*:.*"(label|log|base)/' |
-        grep -vE '^labelmgr/[^:]*:.*"((labelmgr|label|common|log|base)/|cli/label_manager\.h")' |
-        grep -vE '^cli/[^:]*:.*"((cli|base)/|label/label\.h"|common/sm3_hash\.h")'
+    awk -v allowed="$allowed" '
+        BEGIN {
+            count = split(allowed, rows, "\n")
+            for (i = 1; i <= count; ++i) {
+                folder = rows[i]; sub(/ .*/, "", folder); mayInclude[folder] = rows[i]
+            }
+        }
+        {
+            file = $0; sub(/:.*/, "", file)
+            folder = file; sub(/\/[^\/]*$/, "", folder)
+            if (!match($0, /#[ \t]*include[ \t]*["<][^">]*[">]/)) next
+            name = substr($0, RSTART, RLENGTH); sub(/^#[ \t]*include[ \t]*/, "", name)
+            quoted = name ~ /^"/; gsub(/["<>]/, "", name)
+            if (!quoted && name !~ /^(\.|base\/|cli\/|common\/|label\/|labelmgr\/|log\/|msg\/|tests\/)/) next
+            count = split(mayInclude[folder], targets, " ")
+            for (i = 2; i <= count; ++i) {
+                isFolder = targets[i] ~ /\/$/
+                if (quoted && (isFolder ? index(name, targets[i]) == 1 : name == targets[i])) next
+            }
+            print; found = 1
+        }
+        END { exit !found }'
 }
 
 for wrong in base/log/logger.h log/common/wildcard.h log/msg/zmq_socket.h msg/log/logger.h common/label/id.h \
-    label/common/sm3_hash.h labelmgr/cli/output.h cli/log/logger.h cli/label/id.h cli/labelmgr/store.h cli/../log/logger.h; do
+    label/common/sm3_hash.h cli/log/logger.h cli/label/id.h cli/labelmgr/store/store.h cli/../log/logger.h; do
     echo "${wrong%%/*}/wrong.h:#include \"${wrong#*/}\"" | wrongIncludes >/dev/null ||
         { echo "check_layers: does not notice $wrong" >&2 && exit 1; }
 done
+above=$rooms
+for room in $rooms; do
+    above=${above#"$room"}
+    above=${above# }
+    for wrong in $above; do
+        echo "labelmgr/$room/wrong.h:#include \"labelmgr/$wrong/any.h\"" | wrongIncludes >/dev/null ||
+            { echo "check_layers: does not notice $room on $wrong" >&2 && exit 1; }
+    done
+    echo "labelmgr/$room/wrong.h:#include \"cli/output.h\"" | wrongIncludes >/dev/null ||
+        { echo "check_layers: does not notice $room on cli/" >&2 && exit 1; }
+done
 
 cd "$1"
-! grep -r '#' base cli common label labelmgr log msg | wrongIncludes
+! grep -r '#' --include='*.h' --include='*.cpp' base cli common label labelmgr log msg | wrongIncludes

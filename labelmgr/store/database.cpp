@@ -60,6 +60,22 @@ UniqueFd lockForReading(const std::string& path, int openFlags, std::chrono::sec
     return file;
 }
 
+// "unix-none", but that a journal which is there is not opened as if it were new: SQLite would wait
+// for the directory at its first commit.
+const char* vfsName() {
+    static const bool isRegistered = [] {
+        static const sqlite3_vfs* const system = sqlite3_vfs_find("unix-none");
+        static sqlite3_vfs own = *system;
+        own.zName = "zorv-store";
+        own.xOpen = [](sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* outFlags) {
+            const bool isThere = (flags & SQLITE_OPEN_WAL) != 0 && access(name, F_OK) == 0;
+            return system->xOpen(vfs, name, file, isThere ? flags & ~SQLITE_OPEN_CREATE : flags, outFlags);
+        };
+        return sqlite3_vfs_register(&own, 0) == SQLITE_OK;
+    }();
+    return isRegistered ? "zorv-store" : "unix-none";
+}
+
 // The journal alone could make SQLite take any file for a database.
 void requireDatabase(const UniqueFd& file, const std::string& path) {
     constexpr std::string_view kMagic("SQLite format 3", 16);  // with its NUL
@@ -152,7 +168,7 @@ void Database::reopen() {
     const std::string name = asUri(path, mode == Mode::kFrozen ? "?immutable=1" : "");
     const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW |
                       (mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY);
-    const int opened = sqlite3_open_v2(name.c_str(), &database, flags, "unix-none");
+    const int opened = sqlite3_open_v2(name.c_str(), &database, flags, vfsName());
     handle.reset(database);
     if (database == nullptr) {
         throw OperationError(path, sqlite3_errstr(opened));

@@ -16,8 +16,8 @@
 //
 // The database has a write-ahead journal. SQLite would share an index of it between processes in a
 // mapped file, and a full disk under a mapped file ends the process. Here each connection keeps an
-// index of its own in memory, and SQLite takes no locks (the VFS "unix-none"). What its locks
-// guaranteed is guaranteed otherwise:
+// index of its own in memory, and SQLite takes no locks. What its locks guaranteed is guaranteed
+// otherwise:
 // - one process writes at a time: the writers' lock of the state directory;
 // - a reader sees the commits that were in the journal when it opened: the journal only grows, but
 //   for

@@ -68,7 +68,7 @@ bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
 }  // namespace
 
 bool hasLeftWork(Store& store) {
-    return !store.pending().isEmpty() || hasDeadScan(store);
+    return store.isOfOlderVersion() || !store.pending().isEmpty() || hasDeadScan(store);
 }
 
 void finishWhatWasLeft(Store& store, const Context& context) {

@@ -1,3 +1,4 @@
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -62,7 +63,7 @@ std::vector<std::string> pathsOf(const std::string& item) {
 class OidFinder {
  public:
     OidFinder(const Context& in, Store* storeIfAny) : context(in), facts(in), deriver(storeIfAny, facts) {
-        facts.askForAllOwners("/");
+        facts.expectFiles(std::numeric_limits<size_t>::max());
     }
 
     ZORV_ID package(const std::string& name) { return {deriver.packageId(name), 0, 0}; }

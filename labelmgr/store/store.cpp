@@ -21,7 +21,8 @@ std::optional<Store> Store::openToRead(const std::string& directory) {
     if (version == 0) {
         return std::nullopt;
     }
-    if (version == 1) {  // whose changes under way are nobody's affair but its own
+    store.isOlder = version < kSchemaVersion;
+    if (store.isOlder) {
         store.database->executeAll(
             "CREATE TEMP TABLE pending_record(id, field, is_pattern, target, previous_order, package,"
             " file, path); CREATE TEMP TABLE pending_file(id, path, inode, former, wanted)");

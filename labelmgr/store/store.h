@@ -34,6 +34,10 @@ class Store {
     // failure.
     void reconnect() { database->reopen(); }
 
+    // Whether it is of an older version, whose changes under way are seen to when it is next opened to
+    // write.
+    bool isOfOlderVersion() const { return isOlder; }
+
     // From here on the user values that this connection shows are those from before the pending
     // change, which stays as it is.
     void showWithoutPendingChange();
@@ -53,4 +57,5 @@ class Store {
     StateDirectory stateDirectory;
     UniqueFd lock;  // released after the database is closed
     std::unique_ptr<Database> database;
+    bool isOlder = false;
 };

@@ -1,0 +1,325 @@
+// The label manager's operations, in this process.
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include "cli/label_manager.h"
+#include "common/sm3_hash.h"
+#include "labelmgr/files/pinned_file.h"
+#include "labelmgr/model/operation_error.h"
+#include "labelmgr/port/process_context.h"
+#include "labelmgr/store/store.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/run.h"
+#include "tests/support/table.h"
+#include "tests/support/temporary_tree.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string stateDirectory() {
+    return std::getenv("ZORV_LABEL_STATE_DIR");
+}
+
+// "TARGET=VALUE", blanks between, of all TIDs that users set; "failed".
+std::string listedTids() {
+    UserSetRecord* records = nullptr;
+    const int count = showUserSetFileTid(&records);
+    std::string list = count < 0 ? "failed" : "";
+    for (int i = 0; i < count; ++i) {
+        list +=
+            (i > 0 ? " " : "") + std::string(records[i].path) + "=" + std::to_string(records[i].values[0]);
+    }
+    std::free(records);
+    return list;
+}
+
+// 0xdead when there is none.
+uint32_t tidOf(const std::string& path) {
+    uint32_t tid = 0;
+    return getFileTid(path.c_str(), &tid) == 0 ? tid : 0xdead;
+}
+
+void shell(const std::string& script) {
+    require(std::system(script.c_str()) == 0, script);
+}
+
+// A program in front of the others, for as long as the object lives.
+struct Program {
+    Program(const TemporaryTree& tree, const std::string& name, const std::string& script) {
+        chmod(tree.file("bin/" + name, "#!/bin/sh\n" + script).c_str(), 0755);
+        setenv("PATH", (tree.path("bin") + ":" + former).c_str(), 1);
+    }
+    ~Program() { setenv("PATH", former.c_str(), 1); }
+    const std::string former = std::getenv("PATH");
+};
+
+class Changes : public testing::Test {
+ protected:
+    Changes() { std::filesystem::remove_all(stateDirectory()); }
+    ~Changes() override {
+        std::filesystem::remove_all(stateDirectory());
+        std::filesystem::remove(std::getenv("ZORV_LABEL_POLICY_FILE"));
+    }
+
+    const TemporaryTree tree;
+};
+
+}  // namespace
+
+TEST_F(Changes, TellTheNextCommandTheTruth) {
+    const std::string file = tree.file("d/file");
+    const std::string pattern = tree.path() + "/d/*";
+    void* listener = createSubscriber();
+    ASSERT_EQ(subscribeLabelChangeMsg(listener, "file"), 0);
+    EXPECT_EQ(setFileTid(file.c_str(), 1, 0) + setFileTid(file.c_str(), 1, 0), 0);
+    for (int i = 0; i < 2; ++i) {  // the present value is told, too
+        char* message = nullptr;
+        ASSERT_EQ(recvLabelChangeMsg(listener, &message), 0);
+        EXPECT_EQ(message, "file set_tid " + file + " 00000001");
+        std::free(message);
+    }
+    struct stat status {};
+    ASSERT_EQ(stat(stateDirectory().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700U);
+
+    ASSERT_EQ(setFileTid(pattern.c_str(), 2, 1) + setFileTid((tree.path() + "/d/f*").c_str(), 3, 1), 0);
+    ASSERT_EQ(delFileTid(file.c_str(), 0), 0);
+    EXPECT_EQ(tidOf(file), 3U);
+    ASSERT_EQ(setFileTid(pattern.c_str(), 4, 1), 0);  // now it is the last
+    EXPECT_EQ(tidOf(file), 4U);
+    EXPECT_NE(restoreSingleFileLabel(file), "");
+    EXPECT_EQ(tidOf(file), 4U);
+    ASSERT_EQ(clearFileTid(), 0);
+    tree.link("way", "d");
+    ASSERT_EQ(setFileTid((tree.path() + "/way/*").c_str(), 5, 1), 0);  // as its files are matched
+    EXPECT_EQ(listedTids(), pattern + "=5");
+    EXPECT_EQ(tidOf(file), 5U);
+    ASSERT_EQ(delFileTid(pattern.c_str(), 1) + setFileTid(file.c_str(), 6, 0), 0);
+    std::filesystem::remove(file);
+    EXPECT_EQ(delFileTid(file.c_str(), 0), 0);
+    EXPECT_EQ(listedTids(), "");
+
+    EXPECT_NE(setFileInheritFlag(tree.file("g").c_str(), 8, 0), 0);
+    EXPECT_EQ(labelAttribute(tree.path("g")), "none");
+}
+
+TEST_F(Changes, DeriveWhatFilesAndPackagesSay) {
+    for (const mode_t bit : {0100U, 0010U, 0001U, 0400U}) {
+        const std::string file = tree.file("executable");
+        chmod(file.c_str(), bit);
+        EXPECT_EQ(restoreSingleFileLabel(file).find(
+                      ":0000000000000000-0000000000000000-0000000000000000:0:") == std::string::npos,
+                  bit != 0400U)
+            << bit;
+    }
+    const std::string policy = std::getenv("ZORV_LABEL_POLICY_FILE");
+    putFile(policy, "[tid]\n" + tree.path() + "/* = 7\n");
+    ASSERT_NE(restoreSingleFileLabel(tree.path("executable")), "");
+    EXPECT_EQ(tidOf(tree.path("executable")), 7U);
+    chmod(policy.c_str(), 0666);
+    EXPECT_EQ(restoreSingleFileLabel(tree.path("executable")), "");
+    std::filesystem::remove(policy);
+
+    char* name = getPkgNameById(getSM3HashLast64Bits("dpkg"));
+    EXPECT_STREQ(name, "dpkg");
+    std::free(name);
+    {
+        const Program broken(tree, "dpkg-query", "exit 2\n");
+        EXPECT_EQ(restoreSingleFileLabel(tree.path("executable")), "");
+        EXPECT_NE(addTagFullSystem(tree.path().c_str(), {}), 0);
+    }
+    std::filesystem::remove(tree.path("bin/dpkg-query"));
+    const std::string answer = R"([ "$1 $2" = "-qf --qf" ] && [ "$4 $5" = "-- )" + tree.path("executable") +
+                               R"(" ] && echo "owner-by-rpm: ")";
+    const Program rpm(tree, "rpm", answer + "\nexit 0\n");
+    setenv("PATH", tree.path("bin").c_str(), 1);
+    ASSERT_NE(restoreSingleFileLabel(tree.path("executable")), "");
+    ZORV_ID oid{};
+    EXPECT_EQ(getFileOid(tree.path("executable").c_str(), &oid), 0);
+    EXPECT_EQ(oid.package, getSM3HashLast64Bits("owner-by-rpm"));
+
+    for (const auto& module : std::filesystem::directory_iterator("/sys/module")) {
+        uint64_t found = 0;
+        EXPECT_EQ(getKernelModuleOid(module.path().filename().c_str(), &found), 0) << module;
+        break;
+    }
+    std::map<std::string, std::map<std::string, std::vector<ZORV_ID>>> ids;
+    tree.file("d/e/f");
+    ASSERT_EQ(
+        policies_parse({{"object_recurfile", {tree.path("d")}}, {"object_file", {tree.path("d")}}}, ids), 0);
+    EXPECT_EQ(ids["object_recurfile"][tree.path("d")].size(), 3U);
+    EXPECT_EQ(ids["object_file"][tree.path("d")].size(), 1U);
+}
+
+// The state directory on a disk of its own, with blocks of one kilobyte and of four.
+TEST_F(Changes, OutliveAFullAndAReadOnlyDisk) {
+    const std::string file = tree.file("file");
+    for (const char* blockSize : {"1024", "4096"}) {
+        const std::string image = tree.path("image");
+        shell("truncate -s 4M " + image + " && mkfs.ext4 -q -F -O ^has_journal -b " + blockSize + " " +
+              image + " && mkdir -p " + stateDirectory() + " && mount -o loop " + image + " " +
+              stateDirectory() + " && chmod 700 " + stateDirectory());
+        ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
+        shell("dd if=/dev/zero of=" + stateDirectory() + "/full bs=1k 2>/dev/null; [ -f " + stateDirectory() +
+              "/full ]");
+        const RunResult full = runInChild([&] { return setFileTid(file.c_str(), 2, 0) == 0 ? 0 : 1; });
+        EXPECT_EQ(full.status, 1) << blockSize;  // no signal
+        EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11");
+        shell("rm " + stateDirectory() + "/full && mount -o remount,ro " + stateDirectory());
+        EXPECT_NE(setFileTid(file.c_str(), 2, 0), 0);
+        EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11");
+        shell("umount " + stateDirectory());
+        std::filesystem::remove(image);
+    }
+}
+
+TEST_F(Changes, LeaveNewerStoresAndTakeOverOlderOnes) {
+    const std::string file = tree.file("file");
+    ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
+    const std::string database = stateDirectory() + "/label.db";
+    shell("sqlite3 " + database + " 'PRAGMA user_version = 99'");
+    const std::string before = fileContent(database);
+    CapturedLog log;
+    EXPECT_NE(setFileTid(file.c_str(), 2, 0), 0);
+    EXPECT_EQ(listedTids(), "failed");
+    EXPECT_EQ(log.take().front(),
+              "ERROR [setFileTid] " + database + ": refused: written by a newer version of this library");
+    EXPECT_EQ(fileContent(database), before);
+
+    // A store of the first version whose process died with a set of 9 under way.
+    shell("sqlite3 " + database +
+          " \"PRAGMA user_version = 1; DROP TABLE pending_record; DROP TABLE pending_file;"
+          " CREATE TABLE pending_change(id INTEGER PRIMARY KEY, operation BLOB NOT NULL,"
+          " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
+          " previous_order INTEGER NOT NULL, package INTEGER NOT NULL, file INTEGER NOT NULL,"
+          " path INTEGER NOT NULL) STRICT;"
+          " INSERT INTO pending_change SELECT 1, X'00', field, 0, target, 1, 1, 0, 0 FROM user_value;"
+          " UPDATE user_value SET package = 9, set_order = 2\"");
+    setLabelAttribute(file, std::string(48, '0') + "0900000020");
+    EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11");
+}
+
+TEST_F(Changes, ReadBesideAWriter) {
+    const std::string file = tree.file("file");
+    ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
+    Store writer = Store::openToWrite(stateDirectory());
+    {
+        Transaction transaction = writer.begin();
+        writer.userValues().set({Field::kTid, false, file}, uint32_t{2});
+        writer.pending().add(FormerRecord{{Field::kTid, false, file}, UserValue{uint32_t{1}, 1}});
+        EXPECT_EQ(listedTids(), file + "=1");
+        transaction.commit();
+    }
+    EXPECT_EQ(listedTids(), file + "=1");  // not told yet
+    CapturedLog log;
+    std::thread([&] { EXPECT_NE(setFileTid(file.c_str(), 3, 0), 0); }).join();
+    EXPECT_THAT(log.take(), testing::ElementsAre("ERROR [setFileTid] " + stateDirectory() +
+                                                 "/label.lock: another change holds the store: process " +
+                                                 std::to_string(getpid())));
+}
+
+TEST_F(Changes, ReachListenersAtOnceAndInFull) {
+    ASSERT_EQ(setPkgId("first", 1), 0);
+    void* listener = createSubscriber();
+    ASSERT_EQ(subscribeLabelChangeMsg(listener, ""), 0);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5; ++i) {
+        std::thread change([] {
+            std::this_thread::sleep_for(100ms);
+            setPkgId("more", 1);
+        });
+        char* message = nullptr;
+        EXPECT_EQ(recvLabelChangeMsg(listener, &message), 0);
+        std::free(message);
+        change.join();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);  // the look of its own comes after one second
+
+    Store store = Store::openToWrite(stateDirectory());
+    const auto addMessages = [&](size_t count) {
+        Transaction transaction = store.begin();
+        FeedTable feed = store.feed();
+        feed.trim();
+        feed.add(Lines(count, "many"));
+        transaction.commit();
+    };
+    addMessages(100500);  // of one change: all are kept
+    char* message = nullptr;
+    EXPECT_EQ(recvLabelChangeMsg(listener, &message), 0);
+    std::free(message);
+    addMessages(1);
+    EXPECT_EQ(store.feed().after(0, 200000).size(), 100001U);
+    addMessages(100500);
+    addMessages(1);
+    int status = 0;
+    for (message = nullptr; status == 0; message = nullptr) {
+        status = recvLabelChangeMsg(listener, &message);  // it fell behind
+        std::free(message);
+    }
+    EXPECT_NE(status, 0);
+}
+
+// Files are found component by component: no link that was swapped in leads elsewhere.
+TEST_F(Changes, FollowNoLinkOnTheWay) {
+    tree.file("real/file");
+    tree.link("way", "real");
+    EXPECT_THROW(pinPath(tree.path("way/file")), OperationError);
+    EXPECT_NO_THROW(pinPath(tree.path("real/file")));
+}
+
+// A file system whose directories do not tell what their entries are.
+TEST_F(Changes, FindFilesBelowEntriesOfUnknownType) {
+    const std::string image = tree.path("image");
+    const std::string mounted = tree.directory("mounted");
+    shell("truncate -s 4M " + image + " && mkfs.ext4 -q -F -O ^filetype " + image + " && mount -o loop " +
+          image + " " + mounted);
+    tree.file("mounted/a/b/file");
+    const std::string pattern = mounted + "/*file";
+    EXPECT_EQ(setFileTid(pattern.c_str(), 5, 1), 0);
+    EXPECT_EQ(tidOf(mounted + "/a/b/file"), 5U);
+    EXPECT_EQ(delFileTid(pattern.c_str(), 1), 0);
+    EXPECT_EQ(tidOf(mounted + "/a/b/file"), 0U);
+    shell("umount " + mounted);
+}
+
+// A package database that takes its time holds up the scan that asks it, and nobody else.
+TEST_F(Changes, GoOnWhileAScanAsks) {
+    const std::string file = tree.file("root/file");
+    ASSERT_EQ(mkfifo(tree.path("gate").c_str(), 0600), 0);
+    const Program slow(tree, "dpkg-query", ": >" + tree.path("asked") + "\ncat " + tree.path("gate") + "\n");
+    std::thread scan([&] { EXPECT_EQ(addTagFullSystem(tree.path("root").c_str(), {}), 0); });
+    while (!std::filesystem::exists(tree.path("asked"))) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(setFileTid(file.c_str(), 5, 0), 0);
+    putFile(tree.path("gate"), "");
+    scan.join();
+    EXPECT_EQ(tidOf(file), 5U);
+    EXPECT_EQ(getLabelSetStatus(), 2);
+}
+
+TEST_F(Changes, ScanOneTreeAtATimeAndNothingExcluded) {
+    tree.file("root/file");
+    ASSERT_EQ(mkfifo(tree.path("gate").c_str(), 0600), 0);
+    const Program none(tree, "dpkg-query", "exit 0\n");
+    putFile(std::getenv("ZORV_LABEL_POLICY_FILE"), "[exclude]\n" + tree.path() + "/ro* =\n");
+    EXPECT_EQ(addTagFullSystem(tree.path("root").c_str(), {}), 0);
+    EXPECT_EQ(labelAttribute(tree.path("root")) + labelAttribute(tree.path("root/file")), "nonenone");
+    const auto directory = StateDirectory::open(stateDirectory(), StateDirectory::IfMissing::kCreate);
+    const auto other = directory->lockForScan();
+    ASSERT_TRUE(other.has_value());
+    EXPECT_NE(addTagFullSystem(tree.path().c_str(), {}), 0);
+    EXPECT_EQ(labelAttribute(tree.path("gate")), "none");
+}

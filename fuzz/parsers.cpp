@@ -1,6 +1,7 @@
 // Every parser of foreign bytes, in one libFuzzer program: ZORV_FUZZ_TARGET names the row of a run.
 #include <algorithm>
 #include <cstdlib>
+#include <fnmatch.h>
 #include <sstream>
 #include <vector>
 
@@ -13,8 +14,13 @@
 #include "common/wildcard.h"
 #include "label/label.h"
 #include "label/label_error.h"
+#include "labelmgr/files/mount_table.h"
+#include "labelmgr/policy/package_answers.h"
+#include "labelmgr/policy/policy_file.h"
+#include "labelmgr/store/state_directory.h"
 #include "log/logger.h"
 #include "tests/support/private_mounts.h"
+#include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
 namespace {
@@ -70,6 +76,35 @@ void readPaths(const std::string& input) {
     isPatternSafe(pattern);
 }
 
+void readKernelTables(const std::string& input) {
+    parseMounts(input);
+    require(lockHolder(input, 0) >= 0 || input.find('-') != std::string::npos);
+}
+
+void readPackages(const std::string& input) {
+    const Lines lines = split(input, "\n");
+    const std::string owner = parseOwner(lines);
+    require(owner.empty() || isPackageName(owner));
+    parseInstalled(lines);
+    for (const auto& [path, package] : parseOwners(lines, "/usr")) {
+        require(path.front() == '/' && ownerIn({{path, package}}, path) == package);
+    }
+    const std::string pattern = asDpkgPattern(input.substr(0, input.find('\0')));
+    require(fnmatch(pattern.c_str(), input.substr(0, input.find('\0')).c_str(), 0) == 0);
+}
+
+void readPolicy(const std::string& input) {
+    std::istringstream text(input);
+    const Policy policy = policyOf(parseConfigText(text), "policy");
+    for (const PatternRule<uint32_t>& rule : policy.inheritFlags) {
+        require(rule.value == 0 || rule.value == 5 || rule.value == 7);
+    }
+    for (size_t i = 1; i < policy.tids.size(); ++i) {
+        require(policy.tids[i - 1].pattern.size() >= policy.tids[i].pattern.size());
+    }
+    policy.tid(input);
+}
+
 void readProcesses(const std::string& input) {
     for (const auto& [name, value] : parseKernelParameters(input)) {
         require(name.find_first_of(" =") == std::string::npos && value.find(' ') == std::string::npos);
@@ -87,7 +122,8 @@ constexpr struct {
 } kTargets[] = {{"config", readConfigs},        {"label_binary", readLabelBytes},
                 {"label_text", readLabelTexts}, {"log_properties", readLogProperties},
                 {"paths", readPaths},           {"processes", readProcesses},
-                {"variables", readVariables}};
+                {"variables", readVariables},   {"kernel_tables", readKernelTables},
+                {"packages", readPackages},     {"policy", readPolicy}};
 
 const auto* target = std::begin(kTargets);
 

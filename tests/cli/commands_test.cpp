@@ -11,7 +11,8 @@
 
 namespace {
 
-// What a run shows, in the order of the marks; of a run that was killed the first line of its reports.
+// What a run shows, in the order of the marks; of a run that was killed the first line of
+// its reports.
 std::string describe(const RunResult& run) {
     const std::string err = run.status < 0 ? run.err.substr(0, run.err.find('\n')) : run.err;
     std::string text = std::to_string(run.status);
@@ -33,7 +34,8 @@ TEST(Commands, DoAsTheTableSays) {
 }
 
 TEST(Commands, PrintTheUsage) {
-    // The text is a promise down to its slips: when it changes on purpose, so does its digest.
+    // The text is a promise down to its slips: when it changes on purpose, so does its
+    // digest.
     constexpr const char* kUsage = "94c1e7cdca3e24a94ba86cdf080fe99e6b12141259b2cf19ab16c956004b8081";
     for (const char* words : {"-h", "--help", "-g -o /f -h --unknown", ""}) {
         const RunResult run = runToolWithFake(*words == '\0' ? Lines() : split(words, " "));

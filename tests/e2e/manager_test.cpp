@@ -38,7 +38,8 @@ std::string nextMessage(void* subscriber) {
     return text;
 }
 
-// What a listener gets of everything so far, as lines; a change of its own tells where that ends.
+// What a listener gets of everything so far, as lines; a change of its own tells where
+// that ends.
 std::string messagesSoFar(void* subscriber) {
     std::string all = std::to_string(setPkgId("mark", 1) + delUserSetPkgId("mark"));
     while (!all.ends_with("package del_id mark " + hexadecimalSm3("mark")) && !all.ends_with("failed")) {

@@ -15,8 +15,8 @@ using testing::ElementsAre;
 
 namespace {
 
-// The matcher's rules, one case after the other, from a place in both; the last star and what it has taken,
-// if any.
+// The matcher's rules, one case after the other, from a place in both; the last star and
+// what it has taken, if any.
 bool matchesByRules(const std::string& pattern, const std::string& text, size_t p = 0, size_t t = 0,
                     size_t star = std::string::npos, size_t taken = 0) {
     if (t == text.size()) {

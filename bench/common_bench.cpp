@@ -72,7 +72,8 @@ bool matchByTable(const std::string& pattern, const std::string& text) {
     return row[text.size()] != 0;
 }
 
-// Stars, each in front of a run of one letter, against a text of that letter: none matches, all try hard.
+// Stars, each in front of a run of one letter, against a text of that letter: none
+// matches, all try hard.
 Pair starHeavy(int stars, size_t run) {
     Pair pair = {"", std::string(4096, 'a')};
     for (int i = 0; i < stars; ++i) {
@@ -191,8 +192,8 @@ void sm3AgainstBareDigest(benchmark::State& state) {
 }
 BENCHMARK(sm3AgainstBareDigest);
 
-// The time of 64 MB against that of twice 32 MB: 1 where the work is linear, 2 where it is quadratic.
-// (Smaller parts would measure the page faults of large blocks.)
+// The time of 64 MB against that of twice 32 MB: 1 where the work is linear, 2 where it
+// is quadratic. (Smaller parts would measure the page faults of large blocks.)
 template <typename Work>
 void compareSizes(benchmark::State& state, Work work) {
     std::string half;

@@ -1,7 +1,7 @@
-// Runs the tool as a listener, makes changes in its store, and prints the time from the end of a change to
-// its line, and the processor time of the listener while nothing changes. Usage: listener_delay TOOL FILE
-// [CHANGES [IDLE-SECONDS]], with a store of its own in ZORV_LABEL_STATE_DIR and FILE on a file system that
-// keeps labels.
+// Runs the tool as a listener, makes changes in its store, and prints the time from the
+// end of a change to its line, and the processor time of the listener while nothing
+// changes. Usage: listener_delay TOOL FILE [CHANGES [IDLE-SECONDS]], with a store of its
+// own in ZORV_LABEL_STATE_DIR and FILE on a file system that keeps labels.
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -45,7 +45,8 @@ class Listener {
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
-    // Whether the line of a change comes within the time. Lines of earlier changes are passed over.
+    // Whether the line of a change comes within the time. Lines of earlier changes are
+    // passed over.
     bool prints(const std::string& change, std::chrono::milliseconds time) {
         const Clock::time_point deadline = Clock::now() + time;
         while (text.find(change + '\n') == std::string::npos) {

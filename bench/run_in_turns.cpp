@@ -1,6 +1,7 @@
-// Runs commands in turns, so that whatever else the machine does falls on all of them, and prints for each
-// the median of its wall times and the ratio to the first command's. Output is thrown away; a command that
-// fails ends it all. Usage: run_in_turns ROUNDS COMMAND... [-- COMMAND...]...
+// Runs commands in turns, so that whatever else the machine does falls on all of them,
+// and prints for each the median of its wall times and the ratio to the first command's.
+// Output is thrown away; a command that fails ends it all. Usage: run_in_turns ROUNDS
+// COMMAND... [-- COMMAND...]...
 #include <algorithm>
 #include <cerrno>
 #include <chrono>

@@ -6,9 +6,9 @@
 
 #include <benchmark/benchmark.h>
 
-// Times ours and a reference in turns within one benchmark, so that whatever else the machine does falls on
-// both, and reports the ratio of their medians beside the bound that it is meant to keep. The benchmark's own
-// times are those of both together.
+// Times ours and a reference in turns within one benchmark, so that whatever else the
+// machine does falls on both, and reports the ratio of their medians beside the bound
+// that it is meant to keep. The benchmark's own times are those of both together.
 template <typename Ours, typename Reference>
 void compareSideBySide(benchmark::State& state, double bound, Ours ours, Reference reference) {
     using Clock = std::chrono::steady_clock;

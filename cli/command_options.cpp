@@ -11,7 +11,8 @@ namespace {
 
 constexpr const char* kShortOptions = "agdris:v:uo:m:t:n:f:p:q:k:e:l:c:bPRHL:ST:3:h";
 
-// --del, --clear and --batch differ from -d, -c and -b in whether they take an argument, and stay so.
+// --del, --clear and --batch differ from -d, -c and -b in whether they take an argument,
+// and stay so.
 constexpr option kLongOptions[] = {
     {"add", no_argument, nullptr, 'a'},
     {"get", no_argument, nullptr, 'g'},

@@ -5,7 +5,8 @@
 
 enum class Action { Add = 0, Get = 1, Delete = 2, Restore = 3, Init = 4, Subscribe = 5, None = 6 };
 
-// What the options of one run say. Texts are borrowed from the argument vector; null is "not given".
+// What the options of one run say. Texts are borrowed from the argument vector; null is
+// "not given".
 struct CommandOptions {
     Action action = Action::None;  // of several action options the last one holds
     int patternMatch = 0;          // 1: the file operands of set, delete and user-set query are patterns
@@ -41,10 +42,11 @@ struct CommandLine {
     const char* wordFromEnd(size_t n) const { return words[words.size() - n]; }
 };
 
-// Read by the label callbacks, which get a path and an attribute name only: work on a symbolic link itself.
+// Read by the label callbacks, which get a path and an attribute name only: work on a
+// symbolic link itself.
 extern bool noDereference;
 
-// Reads all options into `line`. An answer is the exit status of a run that is over: the help or an SM3 value
-// was printed (both act while options are still being read), or an option was wrong, which getopt_long has
-// reported.
+// Reads all options into `line`. An answer is the exit status of a run that is over: the
+// help or an SM3 value was printed (both act while options are still being read), or an
+// option was wrong, which getopt_long has reported.
 std::optional<int> readOptions(int argc, char** argv, CommandLine& line);

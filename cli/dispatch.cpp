@@ -12,7 +12,8 @@
 
 namespace {
 
-// The system log is closed on the normal end of an operation; other ends leave it to the end of the process.
+// The system log is closed on the normal end of an operation; other ends leave it to the
+// end of the process.
 int endNormally() {
     closelog();
     return 0;

@@ -15,8 +15,8 @@
 
 namespace {
 
-// A walk holds one descriptor a level, and a path of the system's greatest length has more levels than the
-// usual soft limit allows.
+// A walk holds one descriptor a level, and a path of the system's greatest length has
+// more levels than the usual soft limit allows.
 UniqueDir openDirectory(const char* path) {
     UniqueDir directory(opendir(path));
     if (!directory && errno == EMFILE && raiseDescriptorLimit()) {
@@ -30,7 +30,8 @@ const dirent* nextEntry(DIR* directory) {
     return readdir(directory);
 }
 
-// `path` is one buffer for the whole walk: it grows by a component on the way down and shrinks again.
+// `path` is one buffer for the whole walk: it grows by a component on the way down and
+// shrinks again.
 void walkDirectoryIn(std::string& path, const std::string& attributeName, FileCallback callback) {
     const UniqueDir directory = openDirectory(path.c_str());
     if (!directory) {

@@ -9,8 +9,9 @@
 
 namespace {
 
-// A file opened on a standard descriptor that the caller left closed would receive what the tool prints.
-// Opened the wrong way round, the descriptor refuses it as the closed one would.
+// A file opened on a standard descriptor that the caller left closed would receive what
+// the tool prints. Opened the wrong way round, the descriptor refuses it as the closed
+// one would.
 void occupyStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {

@@ -2,7 +2,8 @@
 
 #include "cli/command_options.h"
 
-// The one-shot commands beside the label fields. Every function that answers an int answers the exit status.
+// The one-shot commands beside the label fields. Every function that answers an int
+// answers the exit status.
 
 int restoreLabel(const CommandOptions& options);
 int initLabel(const CommandOptions& options);
@@ -17,6 +18,6 @@ int printPackageName(const char* hexadecimalId);
 // The last 64 bits of the SM3 digest of the text itself, not of a file of that name.
 void printSm3Value(const char* text);
 
-// Parses a fixed table of policies, prints what came of it and the label-set status: in hexadecimal when a
-// policy line was printed before it, in decimal otherwise.
+// Parses a fixed table of policies, prints what came of it and the label-set status: in
+// hexadecimal when a policy line was printed before it, in decimal otherwise.
 int runPolicySelfTest();

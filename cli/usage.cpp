@@ -11,7 +11,8 @@ struct UsageLine {
     const char* text;
 };
 
-// A fixed text, not made from the option table: its wording, its alignment and its slips are what users know.
+// A fixed text, not made from the option table: its wording, its alignment and its slips
+// are what users know.
 // clang-format off
 constexpr UsageLine kUsage[] = {
     {Style::kPlain, ""},

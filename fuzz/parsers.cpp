@@ -1,4 +1,5 @@
-// Every parser of foreign bytes, in one libFuzzer program: ZORV_FUZZ_TARGET names the row of a run.
+// Every parser of foreign bytes, in one libFuzzer program: ZORV_FUZZ_TARGET names the row
+// of a run.
 #include <algorithm>
 #include <cstdlib>
 #include <fnmatch.h>

@@ -48,8 +48,8 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
     std::array<char, kPrefixSize> prefixed{};
     std::snprintf(prefixed.data(), prefixed.size(), "[%s:%d] %s", tag, line, format);
 
-    // log4cpp grows its buffer for ever over a format that cannot be formatted, such as one cut inside a
-    // conversion.
+    // log4cpp grows its buffer for ever over a format that cannot be formatted, such as
+    // one cut inside a conversion.
     va_list probe;
     va_copy(probe, arguments);
     const int length = std::vsnprintf(nullptr, 0, prefixed.data(), probe);

@@ -29,7 +29,8 @@ class Walkers : public testing::Test {
         std::filesystem::remove(kLog);
     }
 
-    // In words and texts "@" stands for the tree, and a line "2 @/f" for the one that shows label 2 of @/f.
+    // In words and texts "@" stands for the tree, and a line "2 @/f" for the one that
+    // shows label 2 of @/f.
     std::string shortened(const std::string& text) const {
         const std::string zeros = "0{16}-0{16}";
         return replaceAll(

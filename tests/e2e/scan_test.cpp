@@ -99,8 +99,8 @@ TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
     EXPECT_NE(addTagFullSystem("/proc", {}), 0);
 }
 
-// Neither bad lines of the policy nor an unreadable directory nor a file system without attributes keep the
-// rest from its labels.
+// Neither bad lines of the policy nor an unreadable directory nor a file system without
+// attributes keep the rest from its labels.
 TEST(Scan, GoesOnPastWhatItCannotLabel) {
     TemporaryTree tree;
     for (const char* name : {"closed/in", "open/in", "plain/here"}) {
@@ -133,8 +133,8 @@ TEST(Scan, GoesOnPastWhatItCannotLabel) {
     umount2(tree.path("plain").c_str(), MNT_DETACH);
 }
 
-// Every file has the label that restoring it alone gives, though a labelling looks its rules up in another
-// way.
+// Every file has the label that restoring it alone gives, though a labelling looks its
+// rules up in another way.
 TEST(Scan, AgreesWithRestore) {
     constexpr const char* kRoot = "/usr/share/dpkg";  // whose files belong to a package
     constexpr const char* kPolicy =
@@ -205,7 +205,8 @@ TEST(Scan, NeverLeavesItsRoot) {
     }
 }
 
-// Values set, deleted and cleared while a labelling runs hold after it, whether it ends or is killed.
+// Values set, deleted and cleared while a labelling runs hold after it, whether it ends
+// or is killed.
 TEST(Scan, GivesWayToChangesMadeMeanwhile) {
     TemporaryTree tree;
     const WithoutPackages without;

@@ -1,12 +1,18 @@
 #!/bin/sh
-# Installs the common library aside, builds a program of its own against it by CMake and by pkg-config, and runs both.
-# Usage: install_test.sh BUILD-DIRECTORY
+# Builds programs of their own against the common library by CMake and by pkg-config, and runs them.
+# Usage: install_test.sh [BUILD-DIRECTORY]: what that installs, put aside; without it, what the system has.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-prefix=$scratch/prefix
-cmake --install "$1" --prefix "$prefix" >/dev/null
+prefix=/usr
+if [ $# -gt 0 ]; then
+    prefix=$scratch/prefix
+    cmake --install "$1" --prefix "$prefix" >/dev/null
+    PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name '*.pc')")
+    LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH")
+    export PKG_CONFIG_PATH LD_LIBRARY_PATH
+fi
 
 cp "$here"/CMakeLists.txt "$here"/consumer.cpp "$scratch"
 (cd "$prefix/include/zorv" && find . -name '*.h' | sort -r | sed 's|^\./\(.*\)|#include <\1>|') >"$scratch/every_header.h"
@@ -16,8 +22,6 @@ fi
 
 cmake -S "$scratch" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_STANDARD=17 >/dev/null
 cmake --build "$scratch/cmake" >/dev/null
-PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name '*.pc')")
-export PKG_CONFIG_PATH
 # The example of the manual page.
 awk '/^#include/ { inside = 1 } /^\.Ed/ { inside = 0 } inside' "$here/../../packaging/man/libzorvlabelcommon.3" |
     sed 's/\\e/\\/g' >"$scratch/example.cpp"
@@ -27,5 +31,5 @@ for program in consumer example; do
         $(pkg-config --cflags --libs zorvlabelcommon)
 done
 for program in "$scratch/cmake/consumer" "$scratch/consumer"; do
-    [ "$(LD_LIBRARY_PATH=$(pkg-config --variable=libdir zorvlabelcommon) "$program")" = "13 /a 1 2404100320 8" ]
+    [ "$("$program")" = "13 /a 1 2404100320 8" ]
 done

@@ -11,12 +11,13 @@ class Appender;
 
 constexpr const char* kLogProperties = "/etc/zorv/label/zorv-label-log.properties";
 
-// Properties of an appender that writes lines like "ERROR [tag:7] text" to a file. With blanks that do not
-// count.
+// Properties of an appender that writes lines like "ERROR [tag:7] text" to a file. With
+// blanks that do not count.
 std::string fileAppender(const std::string& name, const std::string& path);
 
-// Collects what this process logs, down to debug level, as lines like "ERROR [tag] text" (the line number is
-// left out). The root category is as before afterwards. One at a time.
+// Collects what this process logs, down to debug level, as lines like "ERROR [tag] text"
+// (the line number is left out). The root category is as before afterwards. One at a
+// time.
 class CapturedLog {
  public:
     CapturedLog();

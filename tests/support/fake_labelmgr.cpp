@@ -1,13 +1,15 @@
 // A label manager that only writes down its calls and answers what a script says.
 //
-// ZORV_FAKE_CALLS names the file that gets one line a call: the operation and its arguments, texts quoted,
-// numbers hexadecimal, and how much was printed before where that matters. An out parameter that the tool has
-// to preset and did not ends the process.
+// ZORV_FAKE_CALLS names the file that gets one line a call: the operation and its
+// arguments, texts quoted, numbers hexadecimal, and how much was printed before where
+// that matters. An out parameter that the tool has to preset and did not ends the
+// process.
 //
-// ZORV_FAKE_ANSWERS holds lines "OPERATION=STATUS VALUE...,STATUS VALUE...": one answer a call, the last one
-// stands for all further calls. Values are the out parameters (hexadecimal), each record's target and three
-// numbers, a text, or "KIND ITEM" and an id's three numbers. Without an answer an operation succeeds with
-// zeros and without texts, but a receive fails. Memory of an answer is the tool's to release.
+// ZORV_FAKE_ANSWERS holds lines "OPERATION=STATUS VALUE...,STATUS VALUE...": one answer a
+// call, the last one stands for all further calls. Values are the out parameters
+// (hexadecimal), each record's target and three numbers, a text, or "KIND ITEM" and an
+// id's three numbers. Without an answer an operation succeeds with zeros and without
+// texts, but a receive fails. Memory of an answer is the tool's to release.
 
 #include <cstdlib>
 #include <cstring>

@@ -7,7 +7,8 @@
 
 struct RunOptions {
     std::vector<std::pair<std::string, std::string>> environment = {};
-    // Runs in the child just before the tool: redirects a stream, sets a limit, drops a privilege.
+    // Runs in the child just before the tool: redirects a stream, sets a limit, drops a
+    // privilege.
     std::function<void()> prepare = {};
 };
 
@@ -18,11 +19,12 @@ struct RunResult {
     std::string calls = {};  // of the recording label manager, one a line
 };
 
-// The tool with the label manager library that it was linked with. Standard input is empty; argv[0] is
-// "zorv-label-manager-tool".
+// The tool with the label manager library that it was linked with. Standard input is
+// empty; argv[0] is "zorv-label-manager-tool".
 RunResult runTool(const std::vector<std::string>& words, const RunOptions& options = {});
 
-// The tool with the recording label manager, whose script says what it answers (see fake_labelmgr.cpp).
+// The tool with the recording label manager, whose script says what it answers (see
+// fake_labelmgr.cpp).
 RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script = "",
                           const RunOptions& options = {});
 

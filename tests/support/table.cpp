@@ -1,5 +1,6 @@
 #include "tests/support/table.h"
 
+#include <algorithm>
 #include <regex>
 
 std::vector<Lines> readTable(const std::string& text, size_t columns) {
@@ -9,12 +10,28 @@ std::vector<Lines> readTable(const std::string& text, size_t columns) {
             continue;
         }
         Lines& cells = rows.emplace_back(split(line, "|"));
-        cells.resize(columns);
+        cells.resize(std::max(columns, cells.size()));
         for (std::string& cell : cells) {
             cell = replaceAll(replaceAll(cell, "^ +| +$", ""), "\\\\n", "\n");
         }
     }
     return rows;
+}
+
+std::vector<Lines> readRuns(const std::string& text, const std::string& marks) {
+    std::vector<Lines> runs;
+    for (const Lines& parts : readTable(replaceAll(text, "\\\\\n *", ""), 1)) {
+        for (const std::string& part : parts) {
+            const size_t mark = part.find(' ') == 1 ? marks.find(part[0]) : std::string::npos;
+            if (mark == 0) {
+                runs.emplace_back(marks.size());
+            }
+            const bool isMarked = mark != std::string::npos;
+            std::string& cell = runs.at(runs.size() - 1)[isMarked ? mark : marks.find(' ')];
+            cell += (cell.empty() ? "" : "\n") + unescape(part.substr(isMarked ? 2 : 0));
+        }
+    }
+    return runs;
 }
 
 Lines split(const std::string& text, const std::string& separator) {

@@ -5,9 +5,17 @@
 
 using Lines = std::vector<std::string>;
 
-// The rows of a table in text: one a line, cells parted by "|", blanks around them dropped, "\n" in them a
-// line end, missing cells at the end empty. Empty lines and lines that begin with "#" are no rows.
+// The rows of a table in text: one a line, cells parted by "|", blanks around them
+// dropped, "\n" in them a line end, missing cells at the end empty. Empty lines and lines
+// that begin with "#" are no rows.
 std::vector<Lines> readTable(const std::string& text, size_t columns);
+
+// The runs of a program in text, each as one cell a mark. A run begins with the first
+// mark, and its parts stand on lines of their own or, parted by "|", on one. A part goes
+// to the cell of the mark that it begins with, without a mark to that of " ", as one more
+// line there. A backslash at the end joins two lines, blanks around a part are dropped,
+// and "\xHH" is the byte of that number.
+std::vector<Lines> readRuns(const std::string& text, const std::string& marks);
 
 Lines split(const std::string& text, const std::string& separator);
 std::string replaceAll(const std::string& text, const std::string& pattern, const std::string& replacement);

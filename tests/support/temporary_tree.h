@@ -4,9 +4,9 @@
 #include <string_view>
 #include <vector>
 
-// A directory of its own for one test, removed with everything in it. Names are relative to it; parents are
-// made as needed, but for a link; every function answers the absolute path. A failure is an exception, which
-// fails the test.
+// A directory of its own for one test, removed with everything in it. Names are relative
+// to it; parents are made as needed, but for a link; every function answers the absolute
+// path. A failure is an exception, which fails the test.
 class TemporaryTree {
  public:
     TemporaryTree();
@@ -33,6 +33,7 @@ std::string fileContent(const std::string& path);
 
 std::vector<unsigned char> fromHexadecimal(std::string_view digits);
 
-// The attribute "security.zorv" of a file, or of a link itself, as hexadecimal digits; "none" when absent.
+// The attribute "security.zorv" of a file, or of a link itself, as hexadecimal digits;
+// "none" when absent.
 std::string labelAttribute(const std::string& path);
 void setLabelAttribute(const std::string& path, std::string_view hexadecimal);

@@ -18,8 +18,8 @@ constexpr const char* kFullHex =
     "010000000000000002000000000000000300000000000000040000000000000005000000000000000600000000000000"
     "070000000000000008000000000000008090a0b0c0d0e0f07856341205000000ff";
 
-// In the cells of the tables: I an identifier, Z the zero one, 1.0.2 one of small numbers, L the zero label,
-// _ a blank, '' nothing.
+// In the cells of the tables: I an identifier, Z the zero one, 1.0.2 one of small
+// numbers, L the zero label, _ a blank, '' nothing.
 std::string expand(std::string text) {
     text = replaceAll(replaceAll(replaceAll(text, "L", "Z:0:Z:0:Z"), "Z", "0.0.0"), "I", "1.2.3");
     const std::string zeros(15, '0');

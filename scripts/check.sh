@@ -1,0 +1,44 @@
+#!/bin/sh
+# Looks at what needs no build: formatting, shell scripts, manual pages, layers. For before a commit; a few seconds.
+set -eu
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+
+sources() {
+    git ls-files -- '*.h' '*.cpp'
+}
+formatting() {
+    sources | xargs clang-format --dry-run --Werror
+}
+# clang-format knows one limit only, that of code.
+comments() {
+    sources | xargs awk '/^ *\/\// && length > 90 { print FILENAME ":" FNR ": a comment line over 90 columns"; long = 1 }
+        END { exit long }'
+}
+shell_scripts() {
+    git ls-files -- '*.sh' '*.bash' .ci/run 'debian/*.p*inst' 'debian/*.p*rm' | xargs shellcheck -x
+}
+manual_pages() {
+    mandoc -Tlint -W warning packaging/man/* || return 1
+    for page in packaging/man/*; do
+        if LC_ALL=C.UTF-8 man --warnings -l -Tutf8 -Z "$page" 2>&1 >/dev/null | grep .; then
+            return 1
+        fi
+    done
+}
+layers() {
+    sh tests/check_layers.sh .
+}
+
+status=0
+failed() {
+    echo "check: FAILED: $1"
+    status=1
+}
+formatting || failed "formatting"
+comments || failed "width of comments"
+shell_scripts || failed "shell scripts"
+manual_pages || failed "manual pages"
+layers || failed "layers"
+[ "$status" -ne 0 ] || echo "check: passed"
+exit "$status"

@@ -22,7 +22,7 @@ ZORV_API std::string getRealPath(const std::string& path);
 ZORV_API std::string getLinkRealPath(const std::string& path);
 
 // The deepest existing directory, links followed, in front of the first * or ? (brackets are no wildcards
-// here), without a slash at its end. The text in front of the wildcard is tried whole first: "/var" of
+// here), without slashes at its end. The text in front of the wildcard is tried whole first: "/var" of
 // "/var/lo*/x", and "/var/log" if the pattern is "/var/log*" and that directory exists. Empty for an empty
 // pattern and for a relative one of which no directory exists. An error such as a lack of rights is logged,
 // "filesystem error: REASON", and answers empty.

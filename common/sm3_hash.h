@@ -8,10 +8,14 @@
 // Digests of texts: of the bytes of the string itself, embedded NULs included, never of a file that it names.
 // Nothing throws on bad input; a failure is logged at error level under the function's name and answers the
 // empty string or 0. No state is kept: all functions may run in any number of threads.
+//
+// The first digest of a process loads the crypto library, which takes a descriptor and the system's files. A
+// program that changes its root or uses up its descriptors takes one before, or links libcrypto itself: what
+// the program has already is used.
 
 // The SM3 digest (GB/T 32905) as 64 lower-case hexadecimal characters. The empty string has a digest too.
-// When the crypto library offers no SM3: "Unsupported hash function SM3", and the empty string; when it
-// cannot be loaded, which the first digest does: the loader's reason, and the empty string.
+// Without a crypto library of use, or when it offers no SM3: "Unsupported hash function SM3", and the empty
+// string.
 ZORV_API std::string getSM3HashValue(const std::string& input);
 
 // The last 32 or 64 bits of that digest as a number, its last byte least significant. 0 stands for a failure

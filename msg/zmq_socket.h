@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "base/api.h"
@@ -9,6 +8,10 @@
 // and belongs to one thread at a time. Nothing is logged. Every failure is a std::runtime_error with a fixed
 // message, without the reason; the object stays usable. A signal that interrupts a blocking call is a failure
 // too, so that the caller decides whether to go on.
+//
+// The first socket of a process loads libzmq, which takes descriptors and the system's files. A program that
+// changes its root or uses up its descriptors makes one before, or links libzmq itself: what the program has
+// already is used.
 class ZORV_API ZMQSocket {
  public:
     // ZeroMQ's own numbers.
@@ -27,9 +30,8 @@ class ZORV_API ZMQSocket {
         kStream = 11,
     };
 
-    // "Failed to create ZMQ context." or "Failed to create ZMQ socket." The first one also when libzmq, which
-    // the first socket of a process loads, cannot be loaded; the loader's reason is then nested in the
-    // exception.
+    // "Failed to create ZMQ context." or "Failed to create ZMQ socket." The first one also when libzmq cannot
+    // be loaded or lacks a function; the loader's reason is then nested in the exception.
     explicit ZMQSocket(socketType type);
     // Waits until messages that are on their way to connected peers have been handed over.
     ~ZMQSocket();
@@ -54,9 +56,6 @@ class ZORV_API ZMQSocket {
     void subscribe(const std::string& topic);
 
  private:
-    using Handle = std::unique_ptr<void, void (*)(void*)>;
-
-    // In this order: the socket is closed before its context is destroyed, which would wait for it for ever.
-    Handle context;
-    Handle socket;
+    void* context;
+    void* socket = nullptr;
 };

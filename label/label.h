@@ -29,7 +29,9 @@ class ZORV_API Label {
     unsigned long serializedBufferSize() const;
 
     // Writes the binary form and answers its size. A null buffer or one that is too small is one error line,
-    // answers 0 and writes nothing. The TID and the state byte are logged at debug level.
+    // answers 0 and writes nothing. The TID and the state byte are logged at debug level. Never throws: when
+    // the log does, that is one more error line, "Label serialization failed: REASON", if the log takes it,
+    // and answers 0.
     unsigned long serializeToBuffer(unsigned char* buffer, unsigned long size) const;
 
     // Reads the binary form, the whole attribute value of 25 to 81 bytes, into this label and answers a copy.

@@ -135,3 +135,19 @@ TEST(Program, HasNoDigest) {
     EXPECT_THAT(logged, testing::ElementsAre(unsupported, tooShort, tooShort, tooShort, unsupported,
                                              "[getSM3HashLast64Bits] hash string is too short"));
 }
+
+TEST(Program, GetsNoExceptionOfItsLog) {
+    const std::string tag = "[serializeToBuffer] ";
+    const std::string null = tag + "Buffer pointer is null";
+    const std::string small = tag + "Buffer size is insufficient. Required: %zu, provided: %zu";
+    const std::string failed = tag + "Label serialization failed: %s";
+    for (const auto& [how, lines] : std::vector<std::pair<std::string, Lines>>{
+             {"", {null, small}}, {"log", {null, failed, small, failed}}, {"log oddly", {null, small}}}) {
+        failing = how;
+        logged.clear();
+        unsigned char buffer[24];
+        EXPECT_EQ(Label().serializeToBuffer(nullptr, 25), 0U);
+        EXPECT_EQ(Label().serializeToBuffer(buffer, sizeof(buffer)), 0U);
+        EXPECT_EQ(logged, lines);
+    }
+}

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/system_commands.h"
 #include "common/sm3_hash.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
@@ -92,4 +93,8 @@ TEST(Commands, SayZeroWithoutACryptoLibraryOfUse) {
             << variable.second;
     }
     std::filesystem::remove(kLogProperties);
+}
+
+TEST(Commands, ShareTheirPolicies) {
+    EXPECT_EQ(testPolicies.at("subject_pkg"), Lines{"vim"});
 }

@@ -7,6 +7,9 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 cmake --install "$1" --prefix "$prefix" >/dev/null
+if find "$prefix" -type f -exec readelf --dynamic {} + 2>/dev/null | grep -E '\((RPATH|RUNPATH)\)'; then
+    exit 1 # leads into the build tree
+fi
 
 cp "$here"/CMakeLists.txt "$here"/consumer.cpp "$scratch"
 (cd "$prefix/include/zorv" && find . -name '*.h' | sort -r | sed 's|^\./\(.*\)|#include <\1>|') >"$scratch/every_header.h"

@@ -24,6 +24,6 @@ void printSm3Value(const char* text);
 // Kinds of policies and their items, for the self-test.
 extern const std::map<std::string, std::vector<std::string>> testPolicies;
 
-// Parses testPolicies, prints what came of it and the label-set status: in hexadecimal when a
-// policy line was printed before it, in decimal otherwise.
+// Parses testPolicies, prints what came of it and the label-set status: in hexadecimal when a policy line was
+// printed before it, in decimal otherwise.
 int runPolicySelfTest();

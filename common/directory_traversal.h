@@ -10,9 +10,9 @@
 // Appends the tree below root to `out`, breadth-first: each directory that can be read, root included,
 // followed by its regular files and symbolic links in the order in which it yields them. Links are listed and
 // never followed, except that root may be one. Devices, FIFOs and sockets are left out. What an entry is, is
-// asked of the entry, whatever its directory says: one that a device is mounted over is left out, one that has
-// gone meanwhile is an error. Paths begin with root as given, less one trailing slash and with runs of slashes
-// made one.
+// asked of the entry, whatever its directory says: one that a device is mounted over is left out, one that
+// has gone meanwhile is an error. Paths begin with root as given, less one trailing slash and with runs of
+// slashes made one.
 //
 // 0, and -1 for an unusable root. Everything wrong is one error line, and below the root the walk goes on
 // without the entry:

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "base/api.h"
-
 #include "common/string_utils.h"  // containsEscapeChars() belongs to both
 
 // The gate for file paths that come from outside, and a few tests of the file system. Nothing throws or

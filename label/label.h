@@ -4,7 +4,6 @@
 #include <string>
 
 #include "base/api.h"
-
 #include "label/id.h"
 
 // The extended attribute of a file that holds its label's binary form.

@@ -16,8 +16,12 @@ void* required(void* found) {
 
 }  // namespace
 
-SharedLibrary::SharedLibrary(const char* soname) : handle(required(dlopen(soname, RTLD_NOW | RTLD_LOCAL))) {}
-
-void* SharedLibrary::address(const char* name) const {
-    return required(dlsym(handle, name));
+void* SharedLibrary::address(const char* function) {
+    if (void* own = dlsym(RTLD_DEFAULT, function)) {
+        return own;
+    }
+    if (handle == nullptr) {
+        handle = required(dlopen(soname, RTLD_NOW | RTLD_LOCAL));
+    }
+    return required(dlsym(handle, function));
 }

@@ -135,7 +135,9 @@ void traversalAgainstIterator(benchmark::State& state) {
         [&tree] {
             std::vector<std::string> found;
             for (const fs::directory_entry& entry : fs::recursive_directory_iterator(tree.root)) {
-                if (entry.is_directory() || entry.is_symlink() || entry.is_regular_file()) {
+                const fs::file_type type = entry.symlink_status().type();
+                if (type == fs::file_type::directory || type == fs::file_type::symlink ||
+                    type == fs::file_type::regular) {
                     found.push_back(entry.path().native());
                 }
             }

@@ -63,7 +63,7 @@ int runAdd(const CommandLine& line) {
     return options.creatorOidArg != nullptr ? endNormally() : refuseArguments();
 }
 
-void walkOperands(const CommandLine& line, FileCallback callback) {
+void walkOperands(const CommandLine& line, const FileCallback& callback) {
     for (const char* operand : line.operands) {
         walkPattern(operand, kLabelAttribute, callback, line.options.recursive);
     }

@@ -32,7 +32,7 @@ const dirent* nextEntry(DIR* directory) {
 
 // `path` is one buffer for the whole walk: it grows by a component on the way down and
 // shrinks again.
-void walkDirectoryIn(std::string& path, const std::string& attributeName, FileCallback callback) {
+void walkDirectoryIn(std::string& path, const std::string& attributeName, const FileCallback& callback) {
     const UniqueDir directory = openDirectory(path.c_str());
     if (!directory) {
         printLine("%s opendir error: %s", path.c_str(), std::strerror(errno));
@@ -86,7 +86,7 @@ int removeLabel(const std::string& path, const std::string& attributeName) {
     return 1;
 }
 
-void walkPattern(const std::string& pattern, const std::string& attributeName, FileCallback callback,
+void walkPattern(const std::string& pattern, const std::string& attributeName, const FileCallback& callback,
                  bool recursive) {
     const GlobResult found(pattern, GLOB_TILDE);
     const std::span<char*> matches(found.matches.gl_pathv, found.matches.gl_pathc);
@@ -106,7 +106,7 @@ void walkPattern(const std::string& pattern, const std::string& attributeName, F
     }
 }
 
-void walkDirectory(const std::string& path, const std::string& attributeName, FileCallback callback) {
+void walkDirectory(const std::string& path, const std::string& attributeName, const FileCallback& callback) {
     std::string buffer = path;
     walkDirectoryIn(buffer, attributeName, callback);
 }

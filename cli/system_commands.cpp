@@ -12,14 +12,14 @@
 #include "cli/output.h"
 #include "common/sm3_hash.h"
 
-namespace {
-
 const std::map<std::string, std::vector<std::string>> testPolicies = {
     {"object_file", {"/etc/b", "/boot/config-6.6.10"}},
     {"object_recurfile", {"/home/*/desktop/*", "/home/tst/desktop/*"}},
     {"subject_file", {"/usr/sbin/tc", "/etc/pwd/config"}},
     {"subject_pkg", {"vim"}},
 };
+
+namespace {
 
 int deriveLabel(const char* path, const char* verb, const char* newLabel,
                 std::string (*derive)(const std::string&)) {

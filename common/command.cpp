@@ -24,7 +24,8 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    // The status as waitpid() gives it; 0, like a success, when the system has thrown it away.
+    // The status as waitpid() gives it; 0, like a success, when the system has thrown it
+    // away.
     int wait() {
         int status = 0;
         while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -48,9 +49,9 @@ std::vector<char*> argumentsOf(const std::string& path, const std::vector<std::s
     return arguments;
 }
 
-// The child's side: only what is safe after a fork in a process with threads. Both ends of the pipe close
-// themselves on execve(); but an end that is descriptor 1 already, as in a caller without a standard output,
-// is not duplicated and has to stay open.
+// The child's side: only what is safe after a fork in a process with threads. Both ends
+// of the pipe close themselves on execve(); but an end that is descriptor 1 already, as
+// in a caller without a standard output, is not duplicated and has to stay open.
 [[noreturn]] void runProgram(const char* path, char* const* arguments, int output) {
     const int prepared = output == STDOUT_FILENO ? fcntl(output, F_SETFD, 0) : dup2(output, STDOUT_FILENO);
     if (prepared >= 0) {

@@ -24,8 +24,8 @@ std::string withoutBlanks(std::string text) {
 
 }  // namespace
 
-// The two parsers look alike and share nothing: every rule that they seem to have in common differs in a
-// detail.
+// The two parsers look alike and share nothing: every rule that they seem to have in
+// common differs in a detail.
 
 ConfigSections parseConfigText(std::istream& in) {
     ConfigSections sections;

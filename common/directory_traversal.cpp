@@ -24,13 +24,14 @@ constexpr size_t kMaxDirectories = 100000;
 
 struct Child {
     std::string path;
-    unsigned char type = DT_UNKNOWN;
-    int error = 0;  // of asking for the type
+    mode_t mode = 0;
+    int error = 0;  // of asking for the mode
 };
 
 class DirectoryReader {
  public:
-    // A directory that has become a link since it was found is not followed out of the tree.
+    // A directory that has become a link since it was found is not followed out of the
+    // tree.
     DirectoryReader(const std::string& path, bool mayBeLink) : prefix(path) {
         const int linkFlag = mayBeLink ? 0 : O_NOFOLLOW;
         UniqueFd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | linkFlag));
@@ -62,29 +63,21 @@ class DirectoryReader {
     }
 
  private:
-    // Asks for the entry itself, until one answer has shown that this directory may be searched; then the
-    // many files and links are what the directory says they are, and the rest is still asked for.
-    int examine(const dirent& entry, Child& child) {
+    int examine(const dirent& entry, Child& child) const {
         if (child.path.size() >= PATH_MAX) {
             return ENAMETOOLONG;  // what every later use of the path would meet
-        }
-        child.type = entry.d_type;
-        if (maySearch && (child.type == DT_REG || child.type == DT_LNK)) {
-            return 0;
         }
         struct stat status {};
         if (fstatat(dirfd(directory.get()), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
             return errno;
         }
-        maySearch = true;
-        child.type = static_cast<unsigned char>(IFTODT(status.st_mode));
+        child.mode = status.st_mode;
         return 0;
     }
 
     std::string prefix;
     UniqueDir directory;
     int openError = 0;
-    bool maySearch = false;
 };
 
 std::string normalizedRoot(std::string root) {
@@ -134,9 +127,9 @@ int traverseDirectory(const std::string& root, std::vector<std::string>& out) {
             if (child.error != 0) {
                 ZORV_LOG(error, "Failed to stat path: %s, error: %s", child.path.c_str(),
                          std::strerror(child.error));
-            } else if (child.type == DT_LNK || child.type == DT_REG) {
+            } else if (S_ISLNK(child.mode) || S_ISREG(child.mode)) {
                 out.push_back(child.path);
-            } else if (child.type == DT_DIR && seen.insert(child.path).second) {
+            } else if (S_ISDIR(child.mode) && seen.insert(child.path).second) {
                 pending.push(child.path);
             }
         }

@@ -14,8 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string withoutTrailingSlash(std::string text) {
-    if (text.size() > 1 && text.back() == '/') {
+std::string withoutTrailingSlashes(std::string text) {
+    while (text.size() > 1 && text.back() == '/') {
         text.pop_back();
     }
     return text;
@@ -66,7 +66,7 @@ std::string findFirstValidParentDir(const std::string& pattern) {
         while (!candidate.empty() && !fs::is_directory(fs::status(candidate))) {
             candidate = candidate.parent_path();
         }
-        return withoutTrailingSlash(candidate.string());
+        return withoutTrailingSlashes(candidate.string());
     } catch (const fs::filesystem_error& failure) {
         ZORV_LOG(error, "filesystem error: %s", failure.what());
         return {};
@@ -100,7 +100,7 @@ bool isParentPath(const std::string& parent, const std::string& child) {
 
 std::string formatPath(const std::string& path) {
     const size_t dropped = endsWith(path, "/*") ? 1 : 0;
-    return withoutTrailingSlash(collapseSlashes(path.substr(0, path.size() - dropped)));
+    return withoutTrailingSlashes(collapseSlashes(path.substr(0, path.size() - dropped)));
 }
 
 bool comparePaths(const fs::path& a, const fs::path& b) {

@@ -7,7 +7,8 @@
 
 namespace {
 
-// Bytes count as signed in the order of paths. With the top bit turned over they do so for memcmp() too.
+// Bytes count as signed in the order of paths. With the top bit turned over they do so
+// for memcmp() too.
 void turnTopBits(std::string& text) {
     for (char& byte : text) {
         byte = static_cast<char>(static_cast<unsigned char>(byte) ^ 0x80U);

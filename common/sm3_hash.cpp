@@ -1,27 +1,39 @@
 #include "common/sm3_hash.h"
 
-#include <charconv>
+#include <ios>
+#include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 #include <openssl/evp.h>
 
+#include "base/hexadecimal.h"
 #include "base/shared_library.h"
 #include "log/logger.h"
 
 namespace {
 
+ZORV_LOADED_LIBRARY_NOTE("digest", "SM3 digests of texts", LIBCRYPTO_SONAME);
+
 // One of the largest libraries of a system, and most commands need no digest.
 struct Crypto : SharedLibrary {
     Crypto() : SharedLibrary(LIBCRYPTO_SONAME) {}
 
-    ZORV_LIBRARY_FUNCTION(EVP_Digest);
+    ZORV_LIBRARY_FUNCTION(EVP_DigestFinal_ex);
+    ZORV_LIBRARY_FUNCTION(EVP_DigestInit_ex);
+    ZORV_LIBRARY_FUNCTION(EVP_DigestUpdate);
+    ZORV_LIBRARY_FUNCTION(EVP_MD_CTX_free);
+    ZORV_LIBRARY_FUNCTION(EVP_MD_CTX_new);
     ZORV_LIBRARY_FUNCTION(EVP_get_digestbyname);
 };
 
-const Crypto& crypto() {
-    static const Crypto library;
-    return library;
+// Null when there is none of use.
+const Crypto* crypto() {
+    try {
+        static const Crypto library;
+        return &library;
+    } catch (const std::runtime_error&) {
+        return nullptr;
+    }
 }
 
 template <typename Unsigned>
@@ -29,34 +41,31 @@ constexpr size_t kHexDigits = 2 * sizeof(Unsigned);
 
 template <typename Unsigned>
 bool readTrailingHex(const std::string& digest, Unsigned& value) {
-    const char* end = digest.data() + digest.size();
-    const auto result = std::from_chars(end - kHexDigits<Unsigned>, end, value, 16);
-    return result.ec == std::errc() && result.ptr == end;
+    std::istringstream digits(digest.substr(digest.size() - kHexDigits<Unsigned>));
+    digits >> std::hex >> value;
+    return !digits.fail();
 }
 
 }  // namespace
 
-std::string getSM3HashValue(const std::string& input) try {
-    constexpr const char* kAlphabet = "0123456789abcdef";
-    const EVP_MD* algorithm = crypto().EVP_get_digestbyname("SM3");
+std::string getSM3HashValue(const std::string& input) {
+    const Crypto* library = crypto();
+    const EVP_MD* algorithm = library != nullptr ? library->EVP_get_digestbyname("SM3") : nullptr;
     if (algorithm == nullptr) {
         ZORV_LOG(error, "Unsupported hash function SM3");
         return {};
     }
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;  // stays so when a provider offers the name and not the algorithm
-    if (crypto().EVP_Digest(input.data(), input.size(), digest, &length, algorithm, nullptr) != 1) {
+    EVP_MD_CTX* context = library->EVP_MD_CTX_new();
+    if (context == nullptr) {
         return {};
     }
-    std::string text(2 * size_t{length}, '0');
-    for (size_t i = 0; i < length; ++i) {
-        text[2 * i] = kAlphabet[digest[i] >> 4];
-        text[2 * i + 1] = kAlphabet[digest[i] & 0xf];
-    }
-    return text;
-} catch (const std::runtime_error& failure) {
-    ZORV_LOG(error, "%s", failure.what());
-    return {};
+    library->EVP_DigestInit_ex(context, algorithm, nullptr);
+    library->EVP_DigestUpdate(context, input.data(), input.size());
+    library->EVP_DigestFinal_ex(context, digest, &length);
+    library->EVP_MD_CTX_free(context);
+    return hexadecimalOf(digest, length);
 }
 
 uint32_t getSM3HashLast32Bits(const std::string& input) {

@@ -103,8 +103,8 @@ std::string replaceVariable(const std::unordered_map<std::string, std::string>& 
     if (close == std::string::npos) {
         return text;
     }
-    // A text of many "<" before one ">" makes many long names: those beyond the longest known are not looked
-    // up.
+    // A text of many "<" before one ">" makes many long names: those beyond the longest
+    // known are not looked up.
     const size_t longest = longestName(variables);
     std::string result;
     size_t copied = 0;

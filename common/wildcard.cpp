@@ -19,8 +19,8 @@ bool isOneOf(std::string_view set, char byte) {
     return set.find(byte) != std::string_view::npos;
 }
 
-// Everything in front of the last slash of text, the slash itself when it comes first, `none` without a
-// slash.
+// Everything in front of the last slash of text, the slash itself when it comes first,
+// `none` without a slash.
 std::string beforeLastSlash(const std::string& text, const char* none) {
     const size_t slash = text.rfind('/');
     if (slash == std::string::npos) {

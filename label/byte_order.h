@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <type_traits>
 
-// The persistent forms are little-endian on every host; this is the one place that says so.
+// The persistent forms are little-endian on every host; this is the one place that says
+// so.
 
 template <typename Unsigned>
 void storeLittleEndian(unsigned char* out, Unsigned value) {

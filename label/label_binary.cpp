@@ -81,18 +81,18 @@ unsigned long Label::serializedBufferSize() const {
            (tid_ != 0 ? sizeof(tid_) : 0) + (inheritFlag_ != 0 ? sizeof(inheritFlag_) : 0) + 1;
 }
 
-unsigned long Label::serializeToBuffer(unsigned char* buffer, unsigned long size) const {
-    if (buffer == nullptr) {
-        ZORV_LOG(error, "Buffer pointer is null");
-        return 0;
-    }
-    const unsigned long required = serializedBufferSize();
-    if (size < required) {
-        ZORV_LOG(error, "Buffer size is insufficient. Required: %zu, provided: %zu", size_t{required},
-                 size_t{size});
-        return 0;
-    }
+unsigned long Label::serializeToBuffer(unsigned char* buffer, unsigned long size) const try {
     try {
+        if (buffer == nullptr) {
+            ZORV_LOG(error, "Buffer pointer is null");
+            return 0;
+        }
+        const unsigned long required = serializedBufferSize();
+        if (size < required) {
+            ZORV_LOG(error, "Buffer size is insufficient. Required: %zu, provided: %zu", size_t{required},
+                     size_t{size});
+            return 0;
+        }
         unsigned char* end = creatorOid_.toBytes(sid_.toBytes(oid_.toBytes(buffer)));
         if (tid_ != 0) {
             storeLittleEndian(end, tid_);
@@ -110,6 +110,8 @@ unsigned long Label::serializeToBuffer(unsigned char* buffer, unsigned long size
         ZORV_LOG(error, "Label serialization failed: %s", failure.what());
         return 0;
     }
+} catch (...) {  // of the log, which has no other place to go
+    return 0;
 }
 
 Label Label::deserializeFromBuffer(const unsigned char* buffer, unsigned long size) {

@@ -1,6 +1,7 @@
 #include "msg/zmq_socket.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <exception>
 #include <stdexcept>
@@ -22,6 +23,8 @@ static_assert(isZmqNumber(Type::kPair, ZMQ_PAIR) && isZmqNumber(Type::kPub, ZMQ_
               isZmqNumber(Type::kRouter, ZMQ_ROUTER) && isZmqNumber(Type::kPull, ZMQ_PULL) &&
               isZmqNumber(Type::kPush, ZMQ_PUSH) && isZmqNumber(Type::kXPub, ZMQ_XPUB) &&
               isZmqNumber(Type::kXSub, ZMQ_XSUB) && isZmqNumber(Type::kStream, ZMQ_STREAM));
+
+ZORV_LOADED_LIBRARY_NOTE("messages", "Message sockets", LIBZMQ_SONAME);
 
 // Brings a dozen other libraries.
 struct ZeroMq : SharedLibrary {
@@ -48,22 +51,23 @@ const ZeroMq& zeroMq() {
     return library;
 }
 
+void require(bool succeeded, const char* message) {
+    if (!succeeded) {
+        throw std::runtime_error(message);
+    }
+}
+
+// An empty message to receive into, or a copy of a text to send.
 class Message {
  public:
     Message() { zeroMq().zmq_msg_init(&message); }
+    explicit Message(const std::string& text) {
+        require(zeroMq().zmq_msg_init_size(&message, text.size()) == 0, "Failed to send message.");
+        std::memcpy(zeroMq().zmq_msg_data(&message), text.data(), text.size());
+    }
     ~Message() { zeroMq().zmq_msg_close(&message); }
     Message(const Message&) = delete;
     Message& operator=(const Message&) = delete;
-
-    // False when there is no memory for it.
-    bool assign(const std::string& text) {
-        if (zeroMq().zmq_msg_init_size(&message, text.size()) != 0) {
-            zeroMq().zmq_msg_init(&message);
-            return false;
-        }
-        std::memcpy(zeroMq().zmq_msg_data(&message), text.data(), text.size());
-        return true;
-    }
 
     std::string text() {
         return {static_cast<const char*>(zeroMq().zmq_msg_data(&message)), zeroMq().zmq_msg_size(&message)};
@@ -74,12 +78,6 @@ class Message {
  private:
     zmq_msg_t message;
 };
-
-void require(bool succeeded, const char* message) {
-    if (!succeeded) {
-        throw std::runtime_error(message);
-    }
-}
 
 void* newContext() {
     try {
@@ -94,42 +92,45 @@ void destroyContext(void* context) {
     }
 }
 
-void closeSocket(void* socket) {
-    zeroMq().zmq_close(socket);
-}
-
 }  // namespace
 
-ZMQSocket::ZMQSocket(socketType type) : context(newContext(), destroyContext), socket(nullptr, closeSocket) {
+ZMQSocket::ZMQSocket(socketType type) : context(newContext()) {
+    // Other programs of the framework are compiled with this layout.
+    static_assert(sizeof(ZMQSocket) == 16 && offsetof(ZMQSocket, context) == 0 &&
+                  offsetof(ZMQSocket, socket) == 8);
     require(context != nullptr, "Failed to create ZMQ context.");
-    socket.reset(zeroMq().zmq_socket(context.get(), static_cast<int>(type)));
-    require(socket != nullptr, "Failed to create ZMQ socket.");
+    socket = zeroMq().zmq_socket(context, static_cast<int>(type));
+    if (socket == nullptr) {
+        destroyContext(context);
+        throw std::runtime_error("Failed to create ZMQ socket.");
+    }
 }
 
-ZMQSocket::~ZMQSocket() = default;
+ZMQSocket::~ZMQSocket() {
+    zeroMq().zmq_close(socket);  // first: the end of the context would wait for it for ever
+    destroyContext(context);
+}
 
 void ZMQSocket::bind(const std::string& endpoint) {
-    require(zeroMq().zmq_bind(socket.get(), endpoint.c_str()) == 0, "Failed to bind socket.");
+    require(zeroMq().zmq_bind(socket, endpoint.c_str()) == 0, "Failed to bind socket.");
 }
 
 void ZMQSocket::connect(const std::string& endpoint) {
-    require(zeroMq().zmq_connect(socket.get(), endpoint.c_str()) == 0, "Failed to connect socket.");
+    require(zeroMq().zmq_connect(socket, endpoint.c_str()) == 0, "Failed to connect socket.");
 }
 
 void ZMQSocket::send(const std::string& message, bool more) {
-    Message part;
-    require(
-        part.assign(message) && zeroMq().zmq_sendmsg(socket.get(), part.get(), more ? ZMQ_SNDMORE : 0) >= 0,
-        "Failed to send message.");
+    Message part(message);
+    require(zeroMq().zmq_sendmsg(socket, part.get(), more ? ZMQ_SNDMORE : 0) >= 0, "Failed to send message.");
 }
 
 std::string ZMQSocket::recv() {
     Message part;
-    require(zeroMq().zmq_recvmsg(socket.get(), part.get(), 0) >= 0, "Failed to receive message.");
+    require(zeroMq().zmq_recvmsg(socket, part.get(), 0) >= 0, "Failed to receive message.");
     return part.text();
 }
 
 void ZMQSocket::subscribe(const std::string& topic) {
-    require(zeroMq().zmq_setsockopt(socket.get(), ZMQ_SUBSCRIBE, topic.data(), topic.size()) == 0,
+    require(zeroMq().zmq_setsockopt(socket, ZMQ_SUBSCRIBE, topic.data(), topic.size()) == 0,
             "Failed to set subscription filter.");
 }

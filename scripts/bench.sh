@@ -8,6 +8,5 @@ cmake --build --preset release
 bench/startup_vs_getfattr.sh build/release
 bench/show_vs_getfattr.sh build/release/bin/zorv-label-manager-tool
 bench/scan_vs_setfiles.sh build/release/bin/zorv-label-manager-tool
-bench/traverse_vs_find.sh build/release
 bench/listener_delay.sh build/release
 build/release/bin/common_bench

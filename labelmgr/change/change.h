@@ -7,15 +7,16 @@
 #include "labelmgr/model/context.h"
 #include "labelmgr/store/store.h"
 
-// One change, whole: the records, the labels of all files concerned and the messages, or nothing of
-// it, whatever fails and whatever kills the process.
+// One change, whole: the records, the labels of all files concerned and the messages, or
+// nothing of it, whatever fails and whatever kills the process.
 //
-// A change is two transactions under the store's writers' lock. The first sets the records and,
-// beside them, keeps as pending what is needed to take the change back: the records that it
-// replaces and the labels that it is about to replace. Once that is on disk the labels are written
-// and brought to the disk. The second transaction adds the messages and drops what was pending: with
-// its commit the change has happened. Until then it has not: a failure, or the next process to open
-// the store, takes it back (see recovery.h).
+// A change is two transactions under the store's writers' lock. The first sets the
+// records and, beside them, keeps as pending what is needed to take the change back: the
+// records that it replaces and the labels that it is about to replace. Once that is on
+// disk the labels are written and brought to the disk. The second transaction adds the
+// messages and drops what was pending: with its commit the change has happened. Until
+// then it has not: a failure, or the next process to open the store, takes it back (see
+// recovery.h).
 
 struct ChangeStep {
     ChangeKind kind = ChangeKind::kSet;
@@ -25,7 +26,7 @@ struct ChangeStep {
     FieldValue value;
 };
 
-// Answers the text of the value that the last file was given. Throws OperationError when nothing
-// was changed: the store is as before, and so are the labels. A file that is gone is passed over,
-// unless a value is to be set on exactly this file.
+// Answers the text of the value that the last file was given. Throws OperationError when
+// nothing was changed: the store is as before, and so are the labels. A file that is gone
+// is passed over, unless a value is to be set on exactly this file.
 std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps);

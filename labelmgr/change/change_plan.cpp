@@ -21,7 +21,8 @@ bool isAboutTheSame(const ChangeStep& left, const ChangeStep& right) {
            (writesWholeLabel(left.kind) || left.target.field == right.target.field);
 }
 
-// Of several steps about one field of one file, one is enough: what counts is what the store says.
+// Of several steps about one field of one file, one is enough: what counts is what the
+// store says.
 void addStep(FileSteps& steps, const FileStep& added) {
     for (FileStep& present : steps) {
         if (isAboutTheSame(*present.step, *added.step)) {

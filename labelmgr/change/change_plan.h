@@ -8,14 +8,16 @@
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/policy/label_deriver.h"
 
-// What the steps of a change do to files: which labels it replaces by which, and what is told.
+// What the steps of a change do to files: which labels it replaces by which, and what is
+// told.
 struct ChangePlan {
     std::vector<ChangedFile> files;  // whose labels are to be written, or of which something is told
     bool writesLabels = false;
     std::string lastValue;  // as a message tells it
 };
 
-// Works it out, by the records as they are in the store after the steps. Throws OperationError.
+// Works it out, by the records as they are in the store after the steps. Throws
+// OperationError.
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps);
 
 // The files that a target stands for, by their paths.

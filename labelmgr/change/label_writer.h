@@ -7,9 +7,9 @@
 #include "labelmgr/files/pinned_file.h"
 #include "labelmgr/store/pending_table.h"
 
-// A file of a change. It is pinned from the look at its label until the change is told or taken
-// back; where a change has too many files for that, it is found again by its path, and must then be
-// the same file with the label that it should have by now.
+// A file of a change. It is pinned from the look at its label until the change is told or
+// taken back; where a change has too many files for that, it is found again by its path,
+// and must then be the same file with the label that it should have by now.
 struct ChangedFile {
     PendingFile file;
     std::optional<PinnedFile> pin;
@@ -25,13 +25,14 @@ class LabelWriter {
     explicit LabelWriter(const Context& context) : pinner(context) {}
 
     void setLabel(const PinnedFile& file, const LabelBytes& label);
-    // Throws OperationError, FileGone when the path leads to another file or another label by now.
+    // Throws OperationError, FileGone when the path leads to another file or another
+    // label by now.
     void write(const ChangedFile& changed);
     // Waits until everything written is on disk. Throws OperationError.
     void flush();
 
-    // Gives files their former labels back, last first; a file that has another label than the
-    // wanted one is left alone. What cannot be put back is logged: then false.
+    // Gives files their former labels back, last first; a file that has another label
+    // than the wanted one is left alone. What cannot be put back is logged: then false.
     bool takeBack(const std::vector<ChangedFile>& files);
     // Writes the wanted labels again, as far as possible.
     void writeAgain(const std::vector<ChangedFile>& files);

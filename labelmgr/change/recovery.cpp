@@ -47,7 +47,8 @@ bool isSeen(Store& store, const FailedChange& change) {
     }
 }
 
-// On the same connection first: it writes over what its failed commit left in the journal.
+// On the same connection first: it writes over what its failed commit left in the
+// journal.
 bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
     for (const bool again : {false, true}) {
         try {

@@ -7,15 +7,15 @@
 #include "labelmgr/model/context.h"
 #include "labelmgr/store/store.h"
 
-// What is done about changes that did not come to their end, and about scans that died. The caller
-// holds the store's writers' lock. Failures throw OperationError.
+// What is done about changes that did not come to their end, and about scans that died.
+// The caller holds the store's writers' lock. Failures throw OperationError.
 
 // Whether a process died in the middle of a change or of a scan.
 bool hasLeftWork(Store& store);
 
-// Takes back a change that a dead process left: first the labels, and when they are on disk the
-// records. A label that cannot be put back is logged and left. What was changed during a scan that
-// died is written again, and the scan counts as interrupted.
+// Takes back a change that a dead process left: first the labels, and when they are on
+// disk the records. A label that cannot be put back is logged and left. What was changed
+// during a scan that died is written again, and the scan counts as interrupted.
 void finishWhatWasLeft(Store& store, const Context& context);
 
 // A change of this process that failed, as it was before and as it was meant to be.
@@ -25,10 +25,10 @@ struct FailedChange {
     const std::vector<ChangedFile>& files;
 };
 
-// Takes it back, whether or not its commits came to be seen by others before they failed. What
-// cannot be taken back now is logged and stays pending.
+// Takes it back, whether or not its commits came to be seen by others before they failed.
+// What cannot be taken back now is logged and stays pending.
 void takeBackFailedChange(Store& store, const Context& context, const FailedChange& change);
 
-// Writes the labels that hold now to all files that were changed during a scan: the scan and a
-// change of one field may each have overwritten what the other wrote.
+// Writes the labels that hold now to all files that were changed during a scan: the scan
+// and a change of one field may each have overwritten what the other wrote.
 void reapplyChangesDuringScan(Store& store, const Context& context);

@@ -13,6 +13,6 @@ Store openToChange(const Context& context);
 // The same, but nothing where nothing was ever set.
 std::optional<Store> openToChangeIfThere(const Context& context);
 
-// To read: nothing where nothing was ever set. What was left is finished if that can be done now;
-// if not, it is read as if it had been.
+// To read: nothing where nothing was ever set. What was left is finished if that can be
+// done now; if not, it is read as if it had been.
 std::optional<Store> openToRead(const Context& context);

@@ -23,8 +23,8 @@ void tellOfPackage(Store& store, const char* operation, std::string_view name, u
     store.feed().add({changeMessage("package", operation, name, hexadecimalOf(id))});
 }
 
-// Changes package ids in one transaction. When its commit fails, what others may see of it all the
-// same is put back.
+// Changes package ids in one transaction. When its commit fails, what others may see of
+// it all the same is put back.
 template <typename Work>
 void changePackageIds(Store& store, Work work) {
     const std::vector<PackageId> former = store.packageIds().all();

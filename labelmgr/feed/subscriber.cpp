@@ -17,8 +17,8 @@ constexpr std::chrono::seconds kFallback{1};
 
 using Clock = std::chrono::steady_clock;
 
-// Reads all that have come; true when a writer is among those who closed a file. When the directory
-// is gone it is not watched any more.
+// Reads all that have come; true when a writer is among those who closed a file. When the
+// directory is gone it is not watched any more.
 bool takeNotifications(int notifications, bool& isWatching) {
     bool hasWriter = false;
     alignas(inotify_event) std::array<char, 4096> buffer{};

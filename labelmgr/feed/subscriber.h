@@ -7,15 +7,17 @@
 #include "base/handles.h"
 #include "labelmgr/store/store.h"
 
-// One listener to the store's change messages, from its subscription on, in the order of their
-// commits. Used by one thread. It holds no connection while it waits, so that its process may fork.
+// One listener to the store's change messages, from its subscription on, in the order of
+// their commits. Used by one thread. It holds no connection while it waits, so that its
+// process may fork.
 //
-// It sleeps until a writer lets go of the store, which is told by inotify: a writer closes the
-// writers' lock when its change is committed. Once a second it looks by itself, for a store that is
-// not there yet and for what no notification tells; an idle look is two file times.
+// It sleeps until a writer lets go of the store, which is told by inotify: a writer
+// closes the writers' lock when its change is committed. Once a second it looks by
+// itself, for a store that is not there yet and for what no notification tells; an idle
+// look is two file times.
 //
-// Failures throw OperationError: a store that cannot be read, one that was replaced, and messages
-// that the feed dropped before the listener came to them.
+// Failures throw OperationError: a store that cannot be read, one that was replaced, and
+// messages that the feed dropped before the listener came to them.
 class Subscriber {
  public:
     explicit Subscriber(std::string stateDirectory) : directoryPath(std::move(stateDirectory)) {}

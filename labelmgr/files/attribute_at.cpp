@@ -13,8 +13,8 @@
 
 namespace {
 
-// Linux 6.13 has calls that take a directory and a name. Where the C library does not know them yet, these
-// are their numbers on every architecture but Alpha.
+// Linux 6.13 has calls that take a directory and a name. Where the C library does not
+// know them yet, these are their numbers on every architecture but Alpha.
 #ifdef SYS_setxattrat
 constexpr long kSetXattrAt = SYS_setxattrat;
 constexpr long kGetXattrAt = SYS_getxattrat;
@@ -48,8 +48,8 @@ bool kernelHasCalls() {
     return has;
 }
 
-// Elsewhere a descriptor of the entry itself stands for it; /proc leads from its number to it and nowhere
-// else.
+// Elsewhere a descriptor of the entry itself stands for it; /proc leads from its number
+// to it and nowhere else.
 struct PinnedEntry {
     PinnedEntry(int directory, const char* name)
         : descriptor(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC)) {

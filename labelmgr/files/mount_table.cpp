@@ -43,8 +43,8 @@ FileSystemKind kindOfFileSystem(std::string_view type) {
     return isOneOf(kRemote, family) ? FileSystemKind::kRemote : FileSystemKind::kLocal;
 }
 
-// "36 35 98:0 /root /mount-point options optional-fields - type source options", with blanks in
-// names escaped.
+// "36 35 98:0 /root /mount-point options optional-fields - type source options", with
+// blanks in names escaped.
 std::map<dev_t, FileSystemKind> parseMounts(const std::string& mountinfo) {
     std::map<dev_t, FileSystemKind> kinds;
     std::istringstream lines(mountinfo);

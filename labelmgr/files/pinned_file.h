@@ -8,12 +8,12 @@
 #include "labelmgr/files/mount_table.h"
 #include "labelmgr/model/context.h"
 
-// Files held by descriptors, so that what a change reads, writes, flushes and takes back is one
-// and the same file, whatever has its name meanwhile. Failures throw OperationError with the path,
-// FileGone when there is no such file.
+// Files held by descriptors, so that what a change reads, writes, flushes and takes back
+// is one and the same file, whatever has its name meanwhile. Failures throw
+// OperationError with the path, FileGone when there is no such file.
 
-// A network or FUSE file system may never answer. What lies on one is refused, unless that is
-// allowed, before anything is asked of it.
+// A network or FUSE file system may never answer. What lies on one is refused, unless
+// that is allowed, before anything is asked of it.
 enum class Remote { kRefuse, kAllow };
 
 // A descriptor that stands for a file (O_PATH).
@@ -25,9 +25,9 @@ struct Pin {
 Pin pinRoot();
 // An entry of a pinned directory, links not followed. The path is for errors.
 Pin pinEntry(const Pin& directory, const char* name, const std::string& path, Remote remote);
-// A file found by its canonical path, one component after the other: no link that was swapped in
-// since is followed; a link in the last component is the file. Works for paths longer than the
-// system takes at once.
+// A file found by its canonical path, one component after the other: no link that was
+// swapped in since is followed; a link in the last component is the file. Works for paths
+// longer than the system takes at once.
 Pin pinPath(const std::string& canonicalPath, Remote remote = Remote::kRefuse);
 
 // Such a file with its label.
@@ -46,8 +46,8 @@ class PinnedFile {
     // Nothing takes the label away.
     void setLabel(const LabelBytes& bytes) const;
 
-    // A descriptor to flush it by: of the file itself, or where that is no regular file and no
-    // directory, or does not open, of the directory that holds it.
+    // A descriptor to flush it by: of the file itself, or where that is no regular file
+    // and no directory, or does not open, of the directory that holds it.
     struct Flushable {
         UniqueFd descriptor;
         bool isTheFile = false;
@@ -63,8 +63,8 @@ class PinnedFile {
     std::string nameInProc;  // leads from the descriptor's number to the file and nowhere else
 };
 
-// Pins files one after the other; those that follow each other in one directory cost one look-up
-// each.
+// Pins files one after the other; those that follow each other in one directory cost one
+// look-up each.
 class FilePinner {
  public:
     explicit FilePinner(const Context& in) : context(in) {}

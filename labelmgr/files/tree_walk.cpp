@@ -94,8 +94,8 @@ void TreeWalk::work() {
     }
 }
 
-// Nothing may leave a thread. A lack of memory costs one directory; anything else ends the walk with the
-// first failure.
+// Nothing may leave a thread. A lack of memory costs one directory; anything else ends
+// the walk with the first failure.
 template <typename Work>
 void TreeWalk::attempt(const std::string& name, Work work) {
     try {

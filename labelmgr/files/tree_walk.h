@@ -11,16 +11,16 @@
 
 #include "base/handles.h"
 
-// Walks a tree with several threads, pinned to it by descriptors: after the root no path of more
-// than one component is looked up, and no link is followed, so that nothing that is swapped in
-// meanwhile leads outside. The threads share a stack of directories that wait to be read; each
-// takes one, opens it relative to its parent, reads it, hands what is in it to the visitor and puts
-// the directories that it finds on the stack. Memory grows with the directories that wait, not with
-// the files.
+// Walks a tree with several threads, pinned to it by descriptors: after the root no path
+// of more than one component is looked up, and no link is followed, so that nothing that
+// is swapped in meanwhile leads outside. The threads share a stack of directories that
+// wait to be read; each takes one, opens it relative to its parent, reads it, hands what
+// is in it to the visitor and puts the directories that it finds on the stack. Memory
+// grows with the directories that wait, not with the files.
 //
-// Pseudo file systems are left alone, and so are network and FUSE file systems unless the root lies
-// on one; which one holds an entry is found out before the entry is opened or touched, since it may
-// never answer. A name that vanishes is not a failure.
+// Pseudo file systems are left alone, and so are network and FUSE file systems unless the
+// root lies on one; which one holds an entry is found out before the entry is opened or
+// touched, since it may never answer. A name that vanishes is not a failure.
 
 // What a visitor knows about a directory; handed down to what is in it.
 struct WalkState {
@@ -40,11 +40,12 @@ class TreeVisitor {
  public:
     virtual ~TreeVisitor() = default;
 
-    // Before a directory is opened: what is known about it, or null to leave it and all below it
-    // alone.
+    // Before a directory is opened: what is known about it, or null to leave it and all
+    // below it alone.
     virtual std::shared_ptr<const WalkState> enter(const std::string& path,
                                                    const std::shared_ptr<const WalkState>& parent) = 0;
-    // For every directory, after it was opened, and everything in it that is not a directory.
+    // For every directory, after it was opened, and everything in it that is not a
+    // directory.
     virtual void visit(const WalkEntry& entry, const WalkState& state) = 0;
     // What could not be opened or read, with errno.
     virtual void fail(const std::string& path, int reason) = 0;
@@ -55,12 +56,13 @@ class TreeWalk {
     TreeWalk(TreeVisitor& treeVisitor, unsigned int threadCount)
         : visitor(treeVisitor), threads(threadCount) {}
 
-    // The root for run, found by its canonical path without following a link. Throws OperationError
-    // when it is not a directory or cannot be opened.
+    // The root for run, found by its canonical path without following a link. Throws
+    // OperationError when it is not a directory or cannot be opened.
     static UniqueFd openRoot(const std::string& path);
 
-    // Takes the root's descriptor and its canonical path, which is not looked up again. Throws
-    // OperationError when the root lies on a pseudo file system, and what a visitor throws.
+    // Takes the root's descriptor and its canonical path, which is not looked up again.
+    // Throws OperationError when the root lies on a pseudo file system, and what a
+    // visitor throws.
     void run(UniqueFd rootDescriptor, const std::string& root,
              const std::shared_ptr<const WalkState>& rootState);
 

@@ -4,8 +4,8 @@
 
 #include "labelmgr/model/field.h"
 
-// What a change does. The first three change what users set, the last two derive a file's whole
-// label anew: with what users set, or by policy alone.
+// What a change does. The first three change what users set, the last two derive a file's
+// whole label anew: with what users set, or by policy alone.
 enum class ChangeKind { kSet, kDelete, kClear, kRestore, kInitialise };
 
 constexpr bool writesWholeLabel(ChangeKind kind) {

@@ -5,8 +5,8 @@
 
 class PackageDatabase;
 
-// Where an operation finds what it works with. Made by the port, from the environment, and handed
-// down: nothing below the port looks at the environment.
+// Where an operation finds what it works with. Made by the port, from the environment,
+// and handed down: nothing below the port looks at the environment.
 struct Context {
     std::string stateDirectory;  // of the store
     std::string policyFile;

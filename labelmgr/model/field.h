@@ -34,8 +34,8 @@ const char* nameOf(Field field);
 // As the tool prints it: three groups of 16 hexadecimal digits, or 8 digits.
 std::string textOf(const FieldValue& value);
 
-// A value as the store and the port's records keep it: package, file and path, or the number and
-// two zeros.
+// A value as the store and the port's records keep it: package, file and path, or the
+// number and two zeros.
 using ValueNumbers = std::array<uint64_t, 3>;
 ValueNumbers numbersOf(const FieldValue& value);
 FieldValue fieldValueOf(Field field, const ValueNumbers& numbers);

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-// Bytes of a name as they can stand in a line of text: control characters as a backslash and three
-// octal digits.
+// Bytes of a name as they can stand in a line of text: control characters as a backslash
+// and three octal digits.
 std::string asOneLine(std::string_view bytes);
 // As one word: blanks and backslashes as well, so that it can be read back.
 std::string asOneWord(std::string_view bytes);

@@ -7,9 +7,9 @@
 
 #include "labelmgr/model/message_text.h"
 
-// Why an operation of the label manager failed: the path or name concerned and the reason, as one
-// line for the log. Thrown inside labelmgr/ only; the port logs it once and answers a failed
-// status.
+// Why an operation of the label manager failed: the path or name concerned and the
+// reason, as one line for the log. Thrown inside labelmgr/ only; the port logs it once
+// and answers a failed status.
 class OperationError : public std::runtime_error {
  public:
     using std::runtime_error::runtime_error;

@@ -8,16 +8,18 @@
 
 #include "common/wildcard.h"
 
-// Values that belong to path patterns, in the order in which they hold: the first rule that matches a path
-// gives its value. Patterns match with matchesPattern, so a star crosses slashes.
+// Values that belong to path patterns, in the order in which they hold: the first rule
+// that matches a path gives its value. Patterns match with matchesPattern, so a star
+// crosses slashes.
 
 template <typename Value>
 struct PatternRule {
     std::string pattern;
     Value value;
 
-    // False when neither a directory nor a path below it can match, seen from the pattern's text before its
-    // first wildcard. `prefix` is the directory's path with one slash at its end.
+    // False when neither a directory nor a path below it can match, seen from the
+    // pattern's text before its first wildcard. `prefix` is the directory's path with one
+    // slash at its end.
     bool canMatchFrom(std::string_view prefix) const {
         const size_t wildcard = pattern.find_first_of("*?");
         const std::string_view literal = std::string_view(pattern).substr(0, wildcard);
@@ -60,7 +62,8 @@ const PatternRule<Value>& asRule(const PatternRule<Value>* candidate) {
     return *candidate;
 }
 
-// The value of the first rule that matches, of PatternRules or CandidateRules; null when none does.
+// The value of the first rule that matches, of PatternRules or CandidateRules; null when
+// none does.
 template <typename Rules>
 const auto* firstMatch(const Rules& rules, const std::string& path) {
     const auto found = std::find_if(rules.begin(), rules.end(), [&path](const auto& rule) {

@@ -9,11 +9,12 @@
 #include "labelmgr/model/field.h"
 #include "labelmgr/model/pattern_rules.h"
 
-// What a file's label should be, by pure rules. Whoever derives labels looks up the facts (see
-// LabelDeriver for single files, LabelSnapshot for a whole tree) and comes here for the answer.
+// What a file's label should be, by pure rules. Whoever derives labels looks up the facts
+// (see LabelDeriver for single files, LabelSnapshot for a whole tree) and comes here for
+// the answer.
 
-// The last 64 bits of a text's SM3 digest. Throws OperationError when there is none to be had: a
-// label of zeros must not pass for the right one.
+// The last 64 bits of a text's SM3 digest. Throws OperationError when there is none to be
+// had: a label of zeros must not pass for the right one.
 uint64_t digestOf(const std::string& text);
 
 // The id of a package that has none from a user.
@@ -28,12 +29,12 @@ struct PolicyValues {
     uint32_t inheritFlag = 0;
 };
 
-// A file's label by policy alone. A directory has no file part, and only an executable file is a
-// subject.
+// A file's label by policy alone. A directory has no file part, and only an executable
+// file is a subject.
 Label initialLabel(const std::string& path, mode_t mode, const PolicyValues& values);
 
-// What holds of what users set: the value of exactly the path, else of the first pattern that
-// matches it (PatternRules or CandidateRules, the one set last first).
+// What holds of what users set: the value of exactly the path, else of the first pattern
+// that matches it (PatternRules or CandidateRules, the one set last first).
 template <typename Rules>
 std::optional<FieldValue> userSetValue(const std::optional<FieldValue>& exact, const Rules& patterns,
                                        const std::string& path) {

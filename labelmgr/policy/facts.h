@@ -7,8 +7,9 @@
 #include "labelmgr/policy/package_database.h"
 #include "labelmgr/policy/policy_file.h"
 
-// What labels are derived from besides what users set, as one operation sees it: the policy file is
-// read once, and owners of packages are asked for one by one or all at once.
+// What labels are derived from besides what users set, as one operation sees it: the
+// policy file is read once, and owners of packages are asked for one by one or all at
+// once.
 class Facts {
  public:
     explicit Facts(const Context& in) : context(in) {}

@@ -10,9 +10,9 @@
 #include "labelmgr/policy/facts.h"
 #include "labelmgr/store/store.h"
 
-// Works out what the labels of single files should be: what users set for the path, else for the
-// pattern that was set last and matches it, else policy and the package database. Without a store
-// nothing is user-set. Throws OperationError.
+// Works out what the labels of single files should be: what users set for the path, else
+// for the pattern that was set last and matches it, else policy and the package database.
+// Without a store nothing is user-set. Throws OperationError.
 class LabelDeriver {
  public:
     LabelDeriver(Store* storeIfAny, Facts& factsToUse) : store(storeIfAny), facts(factsToUse) {}

@@ -12,9 +12,9 @@ namespace {
 
 constexpr size_t kPieceLength = 1023;  // a longer line arrives from executeCommand in pieces of this length
 
-// What to ask a package database. Each text is a shell script with its arguments in $1 and on: the
-// databases answer "not found" with a failure and a complaint, and neither is one here. A line with
-// a full stop ends a good answer.
+// What to ask a package database. Each text is a shell script with its arguments in $1
+// and on: the databases answer "not found" with a failure and a complaint, and neither is
+// one here. A line with a full stop ends a good answer.
 struct Questions {
     const char* program;
     const char* isInstalled;    // $1: a name. A line "installed" when it is.

@@ -6,9 +6,9 @@
 
 #include "labelmgr/policy/package_answers.h"
 
-// The packages of a machine. Paths are canonical; a file below /usr is also found under the name
-// without it, as packages built before the directories were merged own it. Failures throw
-// OperationError.
+// The packages of a machine. Paths are canonical; a file below /usr is also found under
+// the name without it, as packages built before the directories were merged own it.
+// Failures throw OperationError.
 class PackageDatabase {
  public:
     virtual ~PackageDatabase() = default;
@@ -27,6 +27,6 @@ struct PackagePrograms {
     bool keepsEnvironment = false;  // the rest of the caller's environment, too
 };
 
-// The machine's own database: dpkg's where dpkg-query is on the search path, else rpm's. With
-// neither, nothing is installed.
+// The machine's own database: dpkg's where dpkg-query is on the search path, else rpm's.
+// With neither, nothing is installed.
 std::shared_ptr<const PackageDatabase> systemPackages(const PackagePrograms& programs);

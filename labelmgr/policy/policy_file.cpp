@@ -39,7 +39,8 @@ UniqueFd openTrusted(const std::string& path) {
     return file;
 }
 
-// A line that begins with a bracket, in what can be read of a file; true also when it cannot.
+// A line that begins with a bracket, in what can be read of a file; true also when it
+// cannot.
 bool mayHaveSection(const UniqueFd& file) {
     std::array<char, 65536> buffer{};
     bool isAtLineStart = true;
@@ -55,8 +56,8 @@ bool mayHaveSection(const UniqueFd& file) {
     return size < 0;
 }
 
-// Reads the file that was looked at, whatever has its name by now. parseConfig answers nothing for
-// a file that it cannot open, which must not pass for a policy without rules.
+// Reads the file that was looked at, whatever has its name by now. parseConfig answers
+// nothing for a file that it cannot open, which must not pass for a policy without rules.
 PolicySections readTrusted(const UniqueFd& file, const std::string& path) {
     PolicySections sections = parseConfig("/proc/self/fd/" + std::to_string(file.get()));
     if (sections.empty() && mayHaveSection(file)) {

@@ -6,9 +6,10 @@
 
 #include "labelmgr/model/pattern_rules.h"
 
-// What the policy file says. Sections [tid] and [inherit_flag] map a path pattern to a hexadecimal
-// value (the flag is 0, 5 or 7), [exclude] lists patterns of paths that a scan leaves alone. Of
-// several patterns that match, the longest holds; of equally long ones the byte-wise smaller.
+// What the policy file says. Sections [tid] and [inherit_flag] map a path pattern to a
+// hexadecimal value (the flag is 0, 5 or 7), [exclude] lists patterns of paths that a
+// scan leaves alone. Of several patterns that match, the longest holds; of equally long
+// ones the byte-wise smaller.
 struct Policy {
     uint32_t tid(const std::string& path) const { return matchedNumber(tids, path); }
     uint32_t inheritFlag(const std::string& path) const { return matchedNumber(inheritFlags, path); }
@@ -21,9 +22,10 @@ struct Policy {
 // By section, then key, as parseConfig answers.
 using PolicySections = std::unordered_map<std::string, std::unordered_map<std::string, std::string>>;
 
-// A bad value is logged as an error with the file's name, its section and pattern, and skipped.
+// A bad value is logged as an error with the file's name, its section and pattern, and
+// skipped.
 Policy policyOf(const PolicySections& sections, const std::string& fileName);
 
-// No file is the empty policy. Throws OperationError for a file that cannot be read or is larger
-// than 16 MiB, or as root for one that others may write or root does not own.
+// No file is the empty policy. Throws OperationError for a file that cannot be read or is
+// larger than 16 MiB, or as root for one that others may write or root does not own.
 Policy loadPolicy(const std::string& path);

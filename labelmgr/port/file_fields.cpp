@@ -52,8 +52,8 @@ std::optional<Store> openToReadIfPermitted(const Context& context) {
     }
 }
 
-// The label of a file, or with a change of it under way the one from before it, which the list
-// shows, too.
+// The label of a file, or with a change of it under way the one from before it, which the
+// list shows, too.
 LabelBytes settledLabel(const Context& context, const std::string& path) {
     std::optional<Store> store = openToReadIfPermitted(context);
     const std::optional<PendingFile> pending = store ? store->pending().file(path) : std::nullopt;

@@ -14,10 +14,11 @@
 #include "labelmgr/port/port_support.h"
 #include "labelmgr/port/process_context.h"
 
-// The identifiers that the items of policies stand for. "subject_pkg", "object_pkg": a package's id,
-// installed or not. "subject_file", "object_file": the OID of a path, existing or not, or of each
-// existing match of a pattern. "subject_recurfile", "object_recurfile": the same, and of everything
-// below a directory. An unknown kind and an unsafe pattern are failures.
+// The identifiers that the items of policies stand for. "subject_pkg", "object_pkg": a
+// package's id, installed or not. "subject_file", "object_file": the OID of a path,
+// existing or not, or of each existing match of a pattern. "subject_recurfile",
+// "object_recurfile": the same, and of everything below a directory. An unknown kind and
+// an unsafe pattern are failures.
 
 namespace {
 

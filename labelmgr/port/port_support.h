@@ -10,13 +10,13 @@
 #include "cli/label_manager.h"
 #include "log/logger.h"
 
-// What the functions of the port share: how they fail, and how they hand out memory that the caller
-// frees.
+// What the functions of the port share: how they fail, and how they hand out memory that
+// the caller frees.
 
 constexpr int kFailed = -1;
 
-// Runs one operation of the port: its failure is logged once, under the operation's name and line,
-// and becomes a status.
+// Runs one operation of the port: its failure is logged once, under the operation's name
+// and line, and becomes a status.
 template <typename Work>
 int statusOf(const char* operation, Work work, int line = __builtin_LINE()) {
     try {

@@ -20,7 +20,8 @@ Subscriber& subscriberOf(void* handle) {
 
 }  // namespace
 
-// The handles live as long as the process, which may end while one of its threads waits on one.
+// The handles live as long as the process, which may end while one of its threads waits
+// on one.
 void* createSubscriber() {
     Subscriber* subscriber = nullptr;
     statusOf(__func__, [&] {

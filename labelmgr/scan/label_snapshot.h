@@ -15,12 +15,13 @@
 #include "labelmgr/policy/facts.h"
 #include "labelmgr/store/store.h"
 
-// Everything that labels below a root are derived from, read at once for many threads to use: what
-// users set, policy, package ids and owners. Literal paths are found by hash, and of the patterns
-// each directory keeps those that can match in it.
+// Everything that labels below a root are derived from, read at once for many threads to
+// use: what users set, policy, package ids and owners. Literal paths are found by hash,
+// and of the patterns each directory keeps those that can match in it.
 class LabelSnapshot {
  public:
-    // Policy and package owners, which may take their time. Users' values are still to come.
+    // Policy and package owners, which may take their time. Users' values are still to
+    // come.
     LabelSnapshot(const Context& context, const std::string& root,
                   const std::vector<std::string>& skippedPaths);
     void readUserValues(Store& store);

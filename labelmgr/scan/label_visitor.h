@@ -20,8 +20,9 @@ struct ScanCounts {
     unsigned long done() const { return labelled + unchanged + failed; }
 };
 
-// Gives each file that a walk comes to the label that it should have. A label that is already right
-// is not written. One bad file is one error line; a file system without attributes is one warning.
+// Gives each file that a walk comes to the label that it should have. A label that is
+// already right is not written. One bad file is one error line; a file system without
+// attributes is one warning.
 class LabelVisitor : public TreeVisitor {
  public:
     LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan)

@@ -22,8 +22,8 @@ double secondsSince(Clock::time_point begin) {
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// Answers the lock that shows that the scan is alive. Changes from here on are written again at its
-// end.
+// Answers the lock that shows that the scan is alive. Changes from here on are written
+// again at its end.
 UniqueFd registerScan(const Context& context, LabelSnapshot& snapshot) {
     Store store = openToChange(context);
     std::optional<UniqueFd> lock = store.directory().lockForScan();

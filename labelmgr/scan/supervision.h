@@ -8,10 +8,10 @@
 #include "base/handles.h"
 #include "labelmgr/scan/label_visitor.h"
 
-// Looks after a scan from a thread of its own: shows its progress in one line of standard error
-// that is written over, while that is a terminal, and lets a request to end the process (SIGINT,
-// SIGTERM, SIGHUP, where they would just kill it) end the scan first. Without a thread to be had
-// the scan goes on without either.
+// Looks after a scan from a thread of its own: shows its progress in one line of standard
+// error that is written over, while that is a terminal, and lets a request to end the
+// process (SIGINT, SIGTERM, SIGHUP, where they would just kill it) end the scan first.
+// Without a thread to be had the scan goes on without either.
 class Supervision {
  public:
     // What is to be done when the process is asked to end comes from that thread.

@@ -60,8 +60,8 @@ UniqueFd lockForReading(const std::string& path, int openFlags, std::chrono::sec
     return file;
 }
 
-// "unix-none", but that a journal which is there is not opened as if it were new: SQLite would wait
-// for the directory at its first commit.
+// "unix-none", but that a journal which is there is not opened as if it were new: SQLite
+// would wait for the directory at its first commit.
 const char* vfsName() {
     static const bool isRegistered = [] {
         static const sqlite3_vfs* const system = sqlite3_vfs_find("unix-none");

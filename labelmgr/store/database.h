@@ -11,22 +11,23 @@
 #include "base/handles.h"
 #include "labelmgr/model/operation_error.h"
 
-// Owners of SQLite's handles. A failure throws OperationError with the database's path and SQLite's
-// reason. One connection belongs to one thread of one process.
+// Owners of SQLite's handles. A failure throws OperationError with the database's path
+// and SQLite's reason. One connection belongs to one thread of one process.
 //
-// The database has a write-ahead journal. SQLite would share an index of it between processes in a
-// mapped file, and a full disk under a mapped file ends the process. Here each connection keeps an
-// index of its own in memory, and SQLite takes no locks. What its locks guaranteed is guaranteed
-// otherwise:
+// The database has a write-ahead journal. SQLite would share an index of it between
+// processes in a mapped file, and a full disk under a mapped file ends the process. Here
+// each connection keeps an index of its own in memory, and SQLite takes no locks. What
+// its locks guaranteed is guaranteed otherwise:
 // - one process writes at a time: the writers' lock of the state directory;
-// - a reader sees the commits that were in the journal when it opened: the journal only grows, but
-//   for
-// - shorten(), which takes the journal into the database and empties it. It is done only while
-//   nobody reads: every connection holds a shared lock on the bytes that SQLite itself locks for
-//   readers, and shorten() needs them for itself alone. So other programs' readers are safe, too.
+// - a reader sees the commits that were in the journal when it opened: the journal only
+//   grows, but for
+// - shorten(), which takes the journal into the database and empties it. It is done only
+//   while nobody reads: every connection holds a shared lock on the bytes that SQLite itself
+//   locks for readers, and shorten() needs them for itself alone. So other programs' readers
+//   are safe, too.
 
-// A prepared statement. Values are bound by position from 1, columns read by position from 0. Texts
-// are bytes (BLOBs).
+// A prepared statement. Values are bound by position from 1, columns read by position
+// from 0. Texts are bytes (BLOBs).
 class Statement {
  public:
     Statement(sqlite3* database, std::string databasePath, const char* sql);
@@ -35,7 +36,8 @@ class Statement {
     Statement& bind(std::string_view bytes);
     Statement& bindNull();
 
-    // True while there is a row. The last step of a statement that answers no rows runs it.
+    // True while there is a row. The last step of a statement that answers no rows runs
+    // it.
     bool step();
     // Runs a statement that answers no rows; it can then be bound and run again.
     void run();
@@ -58,12 +60,12 @@ class Statement {
 
 class Database {
  public:
-    // kFrozen: without its journal, for a journal that is empty or not there; needs no file that
-    // is not there, and no disk that takes writes.
+    // kFrozen: without its journal, for a journal that is empty or not there; needs no
+    // file that is not there, and no disk that takes writes.
     enum class Mode { kReadWrite, kRead, kFrozen };
 
-    // Opens an existing file. Throws StoreBusy when another program keeps it locked for longer than
-    // the patience.
+    // Opens an existing file. Throws StoreBusy when another program keeps it locked for
+    // longer than the patience.
     Database(const std::string& databasePath, Mode openMode, std::chrono::seconds patience);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;

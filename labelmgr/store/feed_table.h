@@ -12,8 +12,9 @@ struct FeedMessage {
     std::string text;
 };
 
-// The messages about finished changes, in the order of their commits, numbered without gaps from 1.
-// The newest 100,000 are kept, and those of the newest change however many they are.
+// The messages about finished changes, in the order of their commits, numbered without
+// gaps from 1. The newest 100,000 are kept, and those of the newest change however many
+// they are.
 class FeedTable {
  public:
     explicit FeedTable(Database& in) : database(in) {}

@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <sys/types.h>
 
-// Locks of bytes of an open file that belong to the descriptor, not to the process, so that no
-// other descriptor's close drops them.
+// Locks of bytes of an open file that belong to the descriptor, not to the process, so
+// that no other descriptor's close drops them.
 struct LockedBytes {
     off_t first;
     off_t count;  // 0: to the end

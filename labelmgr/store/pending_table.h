@@ -14,8 +14,8 @@ struct FormerRecord {
     std::optional<UserValue> value;
 };
 
-// A file that a change writes to: the bytes of its label before and after it. No former bytes:
-// there was no label.
+// A file that a change writes to: the bytes of its label before and after it. No former
+// bytes: there was no label.
 struct PendingFile {
     std::string path;
     ino_t inode = 0;
@@ -23,8 +23,8 @@ struct PendingFile {
     std::string wanted;
 };
 
-// The change under way: everything that is needed to take it back. It stands here from before the
-// first label is written until all of them are on disk.
+// The change under way: everything that is needed to take it back. It stands here from
+// before the first label is written until all of them are on disk.
 class PendingTable {
  public:
     explicit PendingTable(Database& in) : database(in) {}

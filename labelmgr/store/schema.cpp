@@ -2,8 +2,8 @@
 
 namespace {
 
-// Targets, names and messages are bytes. An order is never used twice, so that "set last" outlives
-// deletions.
+// Targets, names and messages are bytes. An order is never used twice, so that "set last"
+// outlives deletions.
 constexpr const char* kTables = R"(
 CREATE TABLE user_value(
     set_order INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -33,9 +33,9 @@ CREATE TABLE pending_file(
 PRAGMA user_version = 2;
 )";
 
-// Version 1 did not keep the labels that a change replaced. A change of it that was left unfinished
-// is taken back in the list, and the labels of its files are derived anew like those of changes
-// made during a scan that died.
+// Version 1 did not keep the labels that a change replaced. A change of it that was left
+// unfinished is taken back in the list, and the labels of its files are derived anew like
+// those of changes made during a scan that died.
 constexpr const char* kFromVersion1 = R"(
 DELETE FROM user_value WHERE EXISTS(SELECT 1 FROM pending_change AS former
     WHERE former.field = user_value.field AND former.is_pattern = user_value.is_pattern

@@ -4,8 +4,8 @@
 
 // The tables of the store, and which version of them a database holds.
 
-// 0 before its first writer has made them. Throws OperationError, which names the database, for
-// tables of a newer version and for a database of something else.
+// 0 before its first writer has made them. Throws OperationError, which names the
+// database, for tables of a newer version and for a database of something else.
 int schemaVersion(Database& database, const std::string& path);
 
 // Makes the tables of the present version, or of those of an older one.

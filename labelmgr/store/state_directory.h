@@ -26,32 +26,35 @@ class StateDirectory {
     // Whether a file of the directory is the writers' lock.
     static bool isLock(const char* fileName);
 
-    // Nothing when it is not there and is not to be created; OperationError when it cannot be used.
+    // Nothing when it is not there and is not to be created; OperationError when it
+    // cannot be used.
     static std::optional<StateDirectory> open(const std::string& configuredPath, IfMissing ifMissing);
 
-    // The database's path. Nothing when it is not there and is not to be created (empty, mode
-    // 0600).
+    // The database's path. Nothing when it is not there and is not to be created (empty,
+    // mode 0600).
     std::optional<std::string> database(IfMissing ifMissing) const;
-    // The size of the database's journal, which is part of its contents; 0 when there is none.
+    // The size of the database's journal, which is part of its contents; 0 when there is
+    // none.
     off_t journalSize() const;
 
-    // What tells the database from another one in its place; nothing when it is not there.
+    // What tells the database from another one in its place; nothing when it is not
+    // there.
     using FileIdentity = std::pair<dev_t, ino_t>;
     std::optional<FileIdentity> databaseIdentity() const;
 
-    // What every commit changes: of the database and of its journal identity, size and time of the
-    // last write. Nothing while that time is so near that a commit might still come within the same
-    // tick of its clock.
+    // What every commit changes: of the database and of its journal identity, size and
+    // time of the last write. Nothing while that time is so near that a commit might
+    // still come within the same tick of its clock.
     using Contents = std::array<std::array<int64_t, 5>, 2>;
     std::optional<Contents> settledContents() const;
 
-    // The lock that all writers of the store take for the whole of a change. The kernel releases it
-    // with the process, so whoever holds it knows that a change that it finds unfinished has nobody
-    // left to finish it. Throws StoreBusy, which names the holder.
+    // The lock that all writers of the store take for the whole of a change. The kernel
+    // releases it with the process, so whoever holds it knows that a change that it finds
+    // unfinished has nobody left to finish it. Throws StoreBusy, which names the holder.
     UniqueFd lockForWriting(std::chrono::seconds patience) const;
 
-    // The lock that a labelling of a whole tree holds as long as it runs; nothing when another one
-    // does.
+    // The lock that a labelling of a whole tree holds as long as it runs; nothing when
+    // another one does.
     std::optional<UniqueFd> lockForScan() const;
     bool isScanLocked() const;
 
@@ -65,5 +68,6 @@ class StateDirectory {
     UniqueFd descriptor;
 };
 
-// The process that holds the flock of an inode, by the text of /proc/locks; 0 when none is listed.
+// The process that holds the flock of an inode, by the text of /proc/locks; 0 when none
+// is listed.
 pid_t lockHolder(const std::string& locks, ino_t inode);

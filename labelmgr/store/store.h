@@ -12,34 +12,34 @@
 #include "labelmgr/store/state_directory.h"
 #include "labelmgr/store/user_value_table.h"
 
-// What the label manager remembers: what users set, the change under way and the messages about
-// finished ones. Tables only; what makes a change is the affair of change/. Failures throw
-// OperationError.
+// What the label manager remembers: what users set, the change under way and the messages
+// about finished ones. Tables only; what makes a change is the affair of change/.
+// Failures throw OperationError.
 class Store {
  public:
     // An operation waits ten seconds in all.
     static constexpr std::chrono::seconds kPatienceForWriters{8};
     static constexpr std::chrono::seconds kPatienceForDatabase{2};
 
-    // As it was at the last commit; nothing where nothing was ever set. Creates nothing, and works
-    // on a full or read-only file system.
+    // As it was at the last commit; nothing where nothing was ever set. Creates nothing,
+    // and works on a full or read-only file system.
     static std::optional<Store> openToRead(const std::string& directory);
-    // Creates what is missing, and keeps other writers out as long as it lives. StoreBusy when they
-    // do not let go.
+    // Creates what is missing, and keeps other writers out as long as it lives. StoreBusy
+    // when they do not let go.
     static Store openToWrite(const std::string& directory,
                              std::chrono::seconds patience = kPatienceForWriters);
 
     Transaction begin() { return Transaction(*database); }
-    // A new connection under the same lock, for when the present one has been left unusable by a
-    // failure.
+    // A new connection under the same lock, for when the present one has been left
+    // unusable by a failure.
     void reconnect() { database->reopen(); }
 
-    // Whether it is of an older version, whose changes under way are seen to when it is next opened to
-    // write.
+    // Whether it is of an older version, whose changes under way are seen to when it is
+    // next opened to write.
     bool isOfOlderVersion() const { return isOlder; }
 
-    // From here on the user values that this connection shows are those from before the pending
-    // change, which stays as it is.
+    // From here on the user values that this connection shows are those from before the
+    // pending change, which stays as it is.
     void showWithoutPendingChange();
 
     UserValueTable userValues() { return UserValueTable(*database); }

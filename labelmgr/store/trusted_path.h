@@ -3,6 +3,6 @@
 #include <string>
 #include <sys/types.h>
 
-// As root, throws OperationError for a file or directory that root does not own or that others may
-// write.
+// As root, throws OperationError for a file or directory that root does not own or that
+// others may write.
 void requireTrusted(const std::string& path, uid_t owner, mode_t mode);

@@ -1,10 +1,13 @@
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "cli/system_commands.h"
 #include "common/sm3_hash.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
@@ -70,4 +73,31 @@ TEST(Commands, KeepBothStreamsInOrder) {
     EXPECT_EQ(runToolWithFake({"-d", "-m", "x", "-l", "/no"}, "", {{}, join}).out,
               "================================\nWarning: No files matched the pattern: /no\n"
               "delete file sid success. /no\n");
+}
+
+TEST(Commands, SayZeroWithoutACryptoLibraryOfUse) {
+    constexpr const char* kLog = "/var/log/zorv/digest.log";
+    putFile(kLogProperties, "log4cpp.rootCategory=ERROR, file\n" + fileAppender("file", kLog));
+    const TemporaryTree tree;
+    tree.file("broken/" LIBCRYPTO_SONAME, "no library");
+    tree.directory("lacking");
+    tree.link("lacking/" LIBCRYPTO_SONAME, NO_DIGEST_LIBRARY);
+    for (const auto& variable :
+         std::vector<std::pair<std::string, std::string>>{{"LD_PRELOAD", NO_DIGEST_LIBRARY},
+                                                          {"LD_LIBRARY_PATH", tree.path("broken")},
+                                                          {"LD_LIBRARY_PATH", tree.path("lacking")}}) {
+        std::filesystem::remove(kLog);
+        const RunResult run =
+            runTool({"-3", "abc"}, {{variable, {"ASAN_OPTIONS", "verify_asan_link_order=0"}}, {}});
+        EXPECT_EQ(run.out + run.err, "SM3 Hash (last 64 bits): 0000000000000000\n");
+        EXPECT_EQ(replaceAll(fileContent(kLog), ":[0-9]+\\]", "]"),
+                  "ERROR [getSM3HashValue] Unsupported hash function SM3\n"
+                  "ERROR [getSM3HashLast64Bits] hash string is too short\n")
+            << variable.second;
+    }
+    std::filesystem::remove(kLogProperties);
+}
+
+TEST(Commands, ShareTheirPolicies) {
+    EXPECT_EQ(testPolicies.at("subject_pkg"), Lines{"vim"});
 }

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/label_walkers.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
@@ -93,6 +94,18 @@ TEST_F(Walkers, DoAsTheTableSays) {
     EXPECT_EQ(
         replaceAll(shortened(fileContent(kLog)), ":[0-9]+\\]", "]"),
         "ERROR [getFromXattr] LabelError: Label deserialization failed: Buffer size is invalid: @/short\n");
+}
+
+TEST_F(Walkers, TakeAnyCallable) {
+    Lines calls;
+    const auto note = [&](const std::string& path, const std::string& attribute) {
+        calls.push_back(shortened(path) + ' ' + attribute);
+        return 0;
+    };
+    tree.file("dir/file");
+    walkPattern(tree.path("d*"), "one", note, false);
+    walkDirectory(tree.path("dir"), "two", note);
+    EXPECT_THAT(calls, testing::ElementsAre("@/dir one", "@/dir two", "@/dir/file two"));
 }
 
 TEST_F(Walkers, SurviveDepthBeyondPathsAndDescriptors) {

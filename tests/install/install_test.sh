@@ -12,6 +12,9 @@ if [ $# -gt 0 ]; then
     PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name '*.pc')")
     LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH")
     export PKG_CONFIG_PATH LD_LIBRARY_PATH
+    if find "$prefix" -type f -exec readelf --dynamic {} + 2>/dev/null | grep -E '\((RPATH|RUNPATH)\)'; then
+        exit 1 # leads into the build tree
+    fi
 fi
 
 cp "$here"/CMakeLists.txt "$here"/consumer.cpp "$scratch"

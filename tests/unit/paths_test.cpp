@@ -29,8 +29,9 @@ L | @/x/link          | @/data/link |
 L | @/x/link/         |             | WARN [getRealPath] file is not exists, @/x/link
 L | name              |             | WARN [getRealPath] path is empty
 L |                   |             |
-F | @/data/*.conf     | @/data      |
-F | @/x               | @/x         |
+F | @/data//*.conf    | @/data      |
+F | @/x///            | @/x         |
+F | //                | /           |
 F | @/dat?/x          | @           |
 F | @/x/lo*/y         | @/x         |
 F | @/data/file*      | @/data      |
@@ -118,9 +119,18 @@ TEST(TraverseDirectory, ListsBreadthFirst) {
     tree.file("root/z/y/file");
     tree.link("root/d/link", "e");
     const std::string alias = tree.link("alias", "root");
-    ASSERT_EQ(mkfifo(tree.path("root/fifo").c_str(), 0600), 0);
+    const std::string fifo = tree.path("root/fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const Lines covered = {tree.file("root/d/1"),
+                           tree.file("root/d/2")};  // which read as files in the directory
+    for (const std::string& file : covered) {
+        ASSERT_EQ(mount(fifo.c_str(), file.c_str(), nullptr, MS_BIND, nullptr), 0);
+    }
     Lines found = {"kept"};
     EXPECT_EQ(traverseDirectory(tree.path("//alias/"), found), 0);
+    for (const std::string& file : covered) {
+        umount(file.c_str());
+    }
     const auto at = [&](const char* name) {
         return std::find(found.begin(), found.end(), alias + name) - found.begin();
     };

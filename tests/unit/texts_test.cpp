@@ -1,14 +1,10 @@
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <openssl/objects.h>
 
 #include "common/config_file.h"
 #include "common/sm3_hash.h"
 #include "common/string_utils.h"
-#include "base/shared_library.h"
 #include "tests/support/captured_log.h"
-#include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
@@ -71,32 +67,6 @@ plain>            | | plain>
     }
     EXPECT_EQ(replaceVariable(variables, replaceString(std::string(101, 'x'), "x", "<HOME>")),
               replaceString(std::string(100, 'x'), "x", "/root") + "<HOME>");
-}
-
-TEST(Digests, ReportACryptoLibraryOfNoUse) {
-    CapturedLog log;
-    const auto failsBecause = [&log](const std::string& reason) {
-        return getSM3HashLast64Bits("abc") + getSM3HashLast32Bits("abc") == 0 &&
-               log.take() == Lines{"ERROR [getSM3HashValue] " + reason,
-                                   "ERROR [getSM3HashLast64Bits] hash string is too short",
-                                   "ERROR [getSM3HashValue] " + reason,
-                                   "ERROR [getSM3HashLast32Bits] Hash string is too short"};
-    };
-    EXPECT_TRUE(holdsInChildWithoutFiles([&] {
-        return failsBecause(LIBCRYPTO_SONAME ": cannot open shared object file: No such file or directory");
-    }));
-    EXPECT_TRUE(holdsInChild([&] {
-        void* crypto = dlopen(LIBCRYPTO_SONAME, RTLD_NOW);
-        const auto remove = reinterpret_cast<decltype(&OBJ_NAME_remove)>(dlsym(crypto, "OBJ_NAME_remove"));
-        return getSM3HashLast32Bits("abc") == 0x8F4BA8E0U && remove("SM3", OBJ_NAME_TYPE_MD_METH) == 1 &&
-               failsBecause("Unsupported hash function SM3");
-    }));
-    struct Incomplete : SharedLibrary {
-        Incomplete() : SharedLibrary(LIBCRYPTO_SONAME) { find<void*>("noSuchFunction"); }
-    };
-    EXPECT_THAT([] { const Incomplete library; },
-                testing::ThrowsMessage<std::runtime_error>(
-                    testing::EndsWith(LIBCRYPTO_SONAME ": undefined symbol: noSuchFunction")));
 }
 
 TEST(Digests, HaveTheKnownValues) {

@@ -1,0 +1,153 @@
+#include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <zmq.h>
+
+#include "common/sm3_hash.h"
+#include "label/label.h"
+#include "log/logger.h"
+#include "msg/zmq_socket.h"
+#include "tests/support/table.h"
+
+// This program's own functions are called in place of those of the libraries. They write
+// down their names and do nothing.
+namespace {
+
+std::string calls;
+std::string failing;
+Lines logged;
+
+bool succeeds(const std::string& name) {
+    calls += (calls.empty() ? "" : " ") + name;
+    return name != failing;
+}
+
+int status(const char* name) {
+    return succeeds(name) ? 0 : -1;
+}
+
+}  // namespace
+
+void* zmq_ctx_new() {
+    return succeeds("ctx_new") ? &calls : nullptr;
+}
+int zmq_ctx_destroy(void*) {
+    return status("ctx_destroy");
+}
+void* zmq_socket(void*, int) {
+    return succeeds("socket") ? &failing : nullptr;
+}
+int zmq_close(void*) {
+    return status("close");
+}
+int zmq_msg_init(zmq_msg_t*) {
+    return status("msg_init");
+}
+int zmq_msg_init_size(zmq_msg_t*, size_t) {
+    return status("msg_init_size");
+}
+void* zmq_msg_data(zmq_msg_t* message) {
+    return message;
+}
+int zmq_msg_close(zmq_msg_t*) {
+    return status("msg_close");
+}
+int zmq_sendmsg(void*, zmq_msg_t*, int flags) {
+    return status(flags == ZMQ_SNDMORE ? "sendmsg_more" : "sendmsg");
+}
+int zmq_recvmsg(void*, zmq_msg_t*, int) {
+    return status("recvmsg");
+}
+size_t zmq_msg_size(const zmq_msg_t*) {
+    return 0;
+}
+
+// All of them fail, and none is asked.
+const EVP_MD* EVP_get_digestbyname(const char* name) {
+    return succeeds(name) ? reinterpret_cast<const EVP_MD*>(&calls) : nullptr;
+}
+EVP_MD_CTX* EVP_MD_CTX_new() {
+    return reinterpret_cast<EVP_MD_CTX*>(succeeds("new") ? &calls : nullptr);
+}
+int EVP_DigestInit_ex(EVP_MD_CTX*, const EVP_MD*, ENGINE*) {
+    return succeeds("init") ? 0 : 1;
+}
+int EVP_DigestUpdate(EVP_MD_CTX*, const void*, size_t) {
+    return succeeds("update") ? 0 : 1;
+}
+int EVP_DigestFinal_ex(EVP_MD_CTX*, unsigned char*, unsigned int*) {
+    return succeeds("final") ? 0 : 1;
+}
+void EVP_MD_CTX_free(EVP_MD_CTX*) {
+    succeeds("free");
+}
+
+void Logger::error(const char* tag, int, const char* format, ...) {
+    logged.push_back('[' + std::string(tag) + "] " + format);
+    if (failing == "log") {
+        throw std::runtime_error(failing);
+    }
+    if (failing == "log oddly") {
+        throw &failing;
+    }
+}
+
+TEST(Program, HasItsOwnFunctionsCalled) {
+    constexpr const char* kTable = R"(
+# which one fails | calls | what is thrown or logged
+| ctx_new socket msg_init_size sendmsg_more msg_close msg_init recvmsg msg_close close ctx_destroy
+ctx_new | ctx_new | Failed to create ZMQ context.
+socket | ctx_new socket ctx_destroy | Failed to create ZMQ socket.
+msg_init_size | ctx_new socket msg_init_size close ctx_destroy | Failed to send message.
+sendmsg_more | ctx_new socket msg_init_size sendmsg_more msg_close close ctx_destroy | Failed to send message.
+recvmsg | ctx_new socket msg_init_size sendmsg_more msg_close msg_init recvmsg msg_close close ctx_destroy | Failed to receive message.
+)";
+    for (const Lines& row : readTable(kTable, 3)) {
+        failing = row[0];
+        calls.clear();
+        std::string failure;
+        try {
+            ZMQSocket socket(ZMQSocket::socketType::kPair);
+            socket.send("text", true);
+            socket.recv();
+        } catch (const std::runtime_error& error) {
+            failure = error.what();
+        }
+        EXPECT_EQ(calls, row[1]) << failing;
+        EXPECT_EQ(failure, row[2]) << failing;
+    }
+}
+
+TEST(Program, HasNoDigest) {
+    for (const auto& [call, expected] : std::vector<std::pair<std::string, std::string>>{
+             {"SM3", "SM3"}, {"new", "SM3 new"}, {"", "SM3 new init update final free"}}) {
+        failing = call;
+        calls.clear();
+        EXPECT_EQ(getSM3HashLast32Bits("abc"), 0U);
+        EXPECT_EQ(calls, expected);
+    }
+    failing = "SM3";
+    EXPECT_EQ(getSM3HashLast64Bits("abc"), 0U);
+    const std::string unsupported = "[getSM3HashValue] Unsupported hash function SM3";
+    const std::string tooShort = "[getSM3HashLast32Bits] Hash string is too short";
+    EXPECT_THAT(logged, testing::ElementsAre(unsupported, tooShort, tooShort, tooShort, unsupported,
+                                             "[getSM3HashLast64Bits] hash string is too short"));
+}
+
+TEST(Program, GetsNoExceptionOfItsLog) {
+    const std::string tag = "[serializeToBuffer] ";
+    const std::string null = tag + "Buffer pointer is null";
+    const std::string small = tag + "Buffer size is insufficient. Required: %zu, provided: %zu";
+    const std::string failed = tag + "Label serialization failed: %s";
+    for (const auto& [how, lines] : std::vector<std::pair<std::string, Lines>>{
+             {"", {null, small}}, {"log", {null, failed, small, failed}}, {"log oddly", {null, small}}}) {
+        failing = how;
+        logged.clear();
+        unsigned char buffer[24];
+        EXPECT_EQ(Label().serializeToBuffer(nullptr, 25), 0U);
+        EXPECT_EQ(Label().serializeToBuffer(buffer, sizeof(buffer)), 0U);
+        EXPECT_EQ(logged, lines);
+    }
+}

@@ -22,9 +22,9 @@
 // - a reader sees the commits that were in the journal when it opened: the journal only
 //   grows, but for
 // - shorten(), which takes the journal into the database and empties it. It is done only
-//   while nobody reads: every connection holds a shared lock on the bytes that SQLite itself
-//   locks for readers, and shorten() needs them for itself alone. So other programs' readers
-//   are safe, too.
+//   while nobody reads: every connection holds a shared lock on the bytes that SQLite
+//   itself locks for readers, and shorten() needs them for itself alone. So other
+//   programs' readers are safe, too.
 
 // A prepared statement. Values are bound by position from 1, columns read by position
 // from 0. Texts are bytes (BLOBs).

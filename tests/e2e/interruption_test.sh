@@ -10,22 +10,20 @@ if [ -z "${ZORV_IN_PRIVATE_NAMESPACE:-}" ]; then
     ZORV_IN_PRIVATE_NAMESPACE=1 exec unshare -m --propagation private -p -f --kill-child --mount-proc "$0" "$@"
 fi
 tool=$1 commands=$2 step=${3:-1}
-work=/mnt # in memory, which goes with the last process, whatever ends it
-mount -t tmpfs tmpfs "$work"
-mount -t tmpfs tmpfs /var/log
-mkdir /var/log/zorv
-log=/var/log/zorv/zorv_label_manager.log
+mount -t tmpfs tmpfs /var/log # in memory, which goes with the last process, whatever ends it
+log=/var/log/zorv/zorv_label_manager.log work=/var/log/work
+mkdir "${log%/*}" "$work"
 export ZORV_LABEL_STATE_DIR=$work/state ZORV_LABEL_POLICY_FILE=$work/policy.conf
 export ASAN_OPTIONS=detect_leaks=0 # which needs ptrace for itself
 printf '[tid]\n%s = 3\n' "$work/files/*" >"$work/policy.conf"
 errors=(ENOSPC EIO EROFS EACCES ENOMEM)
 environment=() # of the tool under strace, as its options
 
-findings=0
-found() { # WHAT, with before, after and now; the first ones in full
+findings=0 first=0 # the latter before the command
+found() { # WHAT, with before, after and now; the first ones of each command in full
     findings=$((findings + 1))
     echo "FOUND: '${command[*]//$work/}' at $*" >&2
-    [ "$findings" -le 10 ] || return 0
+    [ "$((findings - first))" -le 3 ] || return 0
     { diff <(echo "$before") <(echo "$now") | sed 's/^/    before: /' && diff <(echo "$after") <(echo "$now") |
         sed 's/^/    after: /' && cat "$log"; } >&2 || true
 }

@@ -15,7 +15,7 @@ if [ -z "${ZORV_IN_PRIVATE_NAMESPACE:-}" ]; then
     namespaces=(unshare -m --propagation private -p -f --kill-child --mount-proc)
     reason=$("${namespaces[@]}" true 2>&1) || skip "no private namespaces: $reason"
     for needed in /dev/fuse /dev/loop-control; do
-        : 2>/dev/null <>"$needed" || skip "cannot open $needed"
+        { [ -c "$needed" ] && : 2>/dev/null <>"$needed"; } || skip "cannot open $needed"
     done
     for needed in "mkfs.$3" getfattr; do command -v "$needed" >/dev/null || skip "no $needed"; done
     ZORV_IN_PRIVATE_NAMESPACE=1 exec "${namespaces[@]}" "$0" "$@"
@@ -23,11 +23,8 @@ fi
 tool=$1 recorder=$2 type=$3 others=${5:-60}
 case $4 in one) disks=(only) ;; two) disks=(store files) ;; esac
 mount -t tmpfs tmpfs /var/log
-mkdir /var/log/zorv
-log=/var/log/zorv/zorv_label_manager.log
-work=/mnt
-mount -t tmpfs tmpfs "$work"
-mkdir "$work/recorded" "${disks[@]/#/$work/}"
+log=/var/log/zorv/zorv_label_manager.log work=/var/log/work
+mkdir -p "${log%/*}" "$work/recorded" "${disks[@]/#/$work/}"
 files=$work/${disks[-1]}/files
 export ZORV_LABEL_STATE_DIR=$work/${disks[0]}/state ZORV_LABEL_POLICY_FILE=$work/policy.conf
 printf '[tid]\n%s = 3\n' "$files/*" >"$ZORV_LABEL_POLICY_FILE"

@@ -19,7 +19,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <linux/fuse.h>
 #include <random>
 #include <sstream>
@@ -83,93 +82,77 @@ struct Event {
     std::string data;
 };
 
-class Recorder {
- public:
-    void addDisk(const std::string& name, const std::string& image) {
-        Disk disk{name, 0, {}, {}, {}};
-        std::ifstream file(image, std::ios::binary);
-        std::string block(kBlockSize, '\0');
-        while (file.read(block.data(), kBlockSize)) {
-            if (block.find_first_not_of('\0') != std::string::npos) {
-                disk.first.write(disk.size, block);
-            }
-            disk.size += kBlockSize;
-        }
-        disk.now = disk.first;
-        disks_.push_back(std::move(disk));
-    }
-
-    std::vector<Disk>& disks() { return disks_; }
-
-    void write(size_t disk, uint64_t offset, std::string_view data) {
-        disks_[disk].now.write(offset, data);
-        events_.push_back({Event::kWrite, disk, offset, std::string(data)});
-    }
-
-    void flush(size_t disk) { events_.push_back({Event::kFlush, disk, 0, {}}); }
-
-    void mark(std::string_view text) {
-        events_.push_back({Event::kMark, 0, 0, std::string(text.substr(0, text.find('\n')))});
-    }
-
-    std::string events() const {
-        std::string lines;
-        for (const Event& event : events_) {
-            lines += event.kind == Event::kMark
-                         ? "mark " + event.data
-                         : (event.kind == Event::kWrite ? "write " : "flush ") + disks_[event.disk].name;
-            lines += '\n';
-        }
-        return lines;
-    }
-
-    void cut(const std::string& request) {
-        size_t count = 0;
-        unsigned percent = 0;
-        unsigned seed = 0;
-        std::istringstream(request) >> count >> percent >> seed;
-        count = std::min(count, events_.size());
-        std::mt19937 random(seed);
-        for (size_t disk = 0; disk < disks_.size(); disk++) {
-            size_t flushed = count;
-            while (flushed > 0 &&
-                   (events_[flushed - 1].kind != Event::kFlush || events_[flushed - 1].disk != disk)) {
-                flushed--;
-            }
-            Content& content = disks_[disk].cut;
-            content = disks_[disk].first;
-            for (size_t i = 0; i < count; i++) {
-                if (events_[i].kind != Event::kWrite || events_[i].disk != disk) {
-                    continue;
-                }
-                forEachBlock(events_[i].offset, events_[i].data, [&](uint64_t at, std::string_view part) {
-                    if (i < flushed || random() % 100 < percent) {
-                        content.write(at, part);
-                    }
-                });
-            }
-        }
-    }
-
- private:
-    std::vector<Disk> disks_;
-    std::vector<Event> events_;
+struct Recording {
+    std::vector<Disk> disks;
+    std::vector<Event> events;
 };
+
+Disk diskOf(const std::string& name, const std::string& image) {
+    Disk disk{name, 0, {}, {}, {}};
+    std::ifstream file(image, std::ios::binary);
+    std::string block(kBlockSize, '\0');
+    for (; file.read(block.data(), kBlockSize); disk.size += kBlockSize) {
+        if (block.find_first_not_of('\0') != std::string::npos) {
+            disk.first.write(disk.size, block);
+        }
+    }
+    disk.now = disk.first;
+    return disk;
+}
+
+std::string listOf(const Recording& recording) {
+    std::string lines;
+    for (const Event& event : recording.events) {
+        lines += event.kind == Event::kMark    ? "mark " + event.data
+                 : event.kind == Event::kWrite ? "write " + recording.disks[event.disk].name
+                                               : "flush " + recording.disks[event.disk].name;
+        lines += '\n';
+    }
+    return lines;
+}
+
+void cut(Recording& recording, const std::string& request) {
+    size_t count = 0;
+    unsigned percent = 0;
+    unsigned seed = 0;
+    std::istringstream(request) >> count >> percent >> seed;
+    count = std::min(count, recording.events.size());
+    std::vector<size_t> flushed(recording.disks.size());
+    for (size_t i = 0; i < count; i++) {
+        if (recording.events[i].kind == Event::kFlush) {
+            flushed[recording.events[i].disk] = i;
+        }
+    }
+    for (Disk& disk : recording.disks) {
+        disk.cut = disk.first;
+    }
+    std::mt19937 random(seed);
+    for (size_t i = 0; i < count; i++) {
+        const Event& event = recording.events[i];
+        if (event.kind == Event::kWrite) {
+            forEachBlock(event.offset, event.data, [&](uint64_t at, std::string_view part) {
+                if (i < flushed[event.disk] || random() % 100 < percent) {
+                    recording.disks[event.disk].cut.write(at, part);
+                }
+            });
+        }
+    }
+}
 
 // Nodes: the directory, then three files of control, then each disk and what a cut left of it.
 enum Node : uint64_t { kDirectory = FUSE_ROOT_ID, kMarks, kEvents, kCut, kFirstDisk };
 
 class FileSystem {
  public:
-    FileSystem(Recorder& recorder, const char* directory)
-        : recorder_(recorder), device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
+    FileSystem(Recording& recording, const char* directory)
+        : recording_(recording), device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
         const std::string options = "fd=" + std::to_string(device_) + ",rootmode=40000,user_id=0,group_id=0";
         if (device_ < 0 ||
             mount("recording_disk", directory, "fuse", MS_NODEV | MS_NOSUID, options.c_str()) != 0) {
             throw std::system_error(errno, std::generic_category(), directory);
         }
         names_ = {"marks", "events", "cut"};
-        for (const Disk& disk : recorder_.disks()) {
+        for (const Disk& disk : recording_.disks) {
             names_.push_back(disk.name);
             names_.push_back(disk.name + ".cut");
         }
@@ -228,7 +211,7 @@ class FileSystem {
                 return answerWrite(request, *reinterpret_cast<const fuse_write_in*>(argument));
             case FUSE_FSYNC:
                 if (request.nodeid >= kFirstDisk && !isCut(request)) {
-                    recorder_.flush(diskOf(request.nodeid));
+                    recording_.events.push_back({Event::kFlush, indexOf(request.nodeid), 0, {}});
                 }
                 return reply(request, 0);
             case FUSE_FLUSH:
@@ -245,11 +228,11 @@ class FileSystem {
     void answerRead(const fuse_in_header& request, const fuse_read_in& in) {
         std::string data;
         if (request.nodeid >= kFirstDisk) {
-            const Disk& disk = recorder_.disks()[diskOf(request.nodeid)];
+            const Disk& disk = recording_.disks[indexOf(request.nodeid)];
             data.resize(std::min<uint64_t>(in.size, disk.size - std::min(disk.size, in.offset)));
             (isCut(request) ? disk.cut : disk.now).read(in.offset, data);
         } else if (request.nodeid == kEvents) {
-            const std::string events = recorder_.events();
+            const std::string events = listOf(recording_);
             data = events.substr(std::min<uint64_t>(events.size(), in.offset), in.size);
         }
         send(request, 0, data.data(), data.size());
@@ -258,27 +241,29 @@ class FileSystem {
     void answerWrite(const fuse_in_header& request, const fuse_write_in& in) {
         const std::string_view data(reinterpret_cast<const char*>(&in + 1), in.size);
         if (request.nodeid == kMarks) {
-            recorder_.mark(data);
+            recording_.events.push_back({Event::kMark, 0, 0, std::string(data.substr(0, data.find('\n')))});
         } else if (request.nodeid == kCut) {
-            recorder_.cut(std::string(data));
+            cut(recording_, std::string(data));
         } else if (request.nodeid >= kFirstDisk && isCut(request)) {
-            recorder_.disks()[diskOf(request.nodeid)].cut.write(in.offset, data);
+            recording_.disks[indexOf(request.nodeid)].cut.write(in.offset, data);
         } else if (request.nodeid >= kFirstDisk) {
-            recorder_.write(diskOf(request.nodeid), in.offset, data);
+            recording_.disks[indexOf(request.nodeid)].now.write(in.offset, data);
+            recording_.events.push_back(
+                {Event::kWrite, indexOf(request.nodeid), in.offset, std::string(data)});
         }
         fuse_write_out out{};
         out.size = in.size;
         reply(request, out);
     }
 
-    static size_t diskOf(uint64_t node) { return (node - kFirstDisk) / 2; }
+    static size_t indexOf(uint64_t node) { return (node - kFirstDisk) / 2; }
     static bool isCut(const fuse_in_header& request) { return (request.nodeid - kFirstDisk) % 2 == 1; }
 
     fuse_attr attributes(uint64_t node) const {
         fuse_attr attributes{};
         attributes.ino = node;
         attributes.mode = node == kDirectory ? S_IFDIR | 0700 : S_IFREG | 0600;
-        attributes.size = node < kFirstDisk ? 0 : recorder_.disks()[diskOf(node)].size;
+        attributes.size = node < kFirstDisk ? 0 : recording_.disks[indexOf(node)].size;
         attributes.nlink = 1;
         attributes.blksize = kBlockSize;
         return attributes;
@@ -297,7 +282,7 @@ class FileSystem {
         }
     }
 
-    Recorder& recorder_;
+    Recording& recording_;
     int device_;
     std::vector<std::string> names_;
 };
@@ -306,12 +291,13 @@ class FileSystem {
 
 int main(int argc, char** argv) {
     try {
-        Recorder recorder;
+        Recording recording;
         for (int i = 2; i < argc; i++) {
             const std::string disk = argv[i];
-            recorder.addDisk(disk.substr(0, disk.find('=')), disk.substr(disk.find('=') + 1));
+            recording.disks.push_back(
+                diskOf(disk.substr(0, disk.find('=')), disk.substr(disk.find('=') + 1)));
         }
-        FileSystem(recorder, argv[1]).serve();
+        FileSystem(recording, argv[1]).serve();
         return 0;
     } catch (const std::exception& failure) {
         fprintf(stderr, "recording_disk: %s\n", failure.what());

@@ -24,8 +24,11 @@ found() { # WHAT, with before, after and now; the first ones of each command in 
     findings=$((findings + 1))
     echo "FOUND: '${command[*]//$work/}' at $*" >&2
     [ "$((findings - first))" -le 3 ] || return 0
-    { diff <(echo "$before") <(echo "$now") | sed 's/^/    before: /' && diff <(echo "$after") <(echo "$now") |
-        sed 's/^/    after: /' && cat "$log"; } >&2 || true
+    {
+        diff <(echo "$before") <(echo "$now") | sed 's/^/    before: /'
+        diff <(echo "$after") <(echo "$now") | sed 's/^/    after: /'
+        cat "$log"
+    } >&2 || true
 }
 
 # What users set, as the next command lists it; without what the logger says of itself when that command finds work left.
@@ -86,16 +89,17 @@ points_of() {
         inside && count++ % step == 0 { print name, number[name] }' "$work/trace"
 }
 
-injected() { # INJECTION, in a shell of its own that keeps the report of a kill to itself
+# INJECTION, in a shell of its own that keeps the report of a kill to itself. The tool waits for ten seconds at most.
+injected() {
     : >"$work/status"
-    sh -c '"$@"; echo $? >"$0"' "$work/status" timeout -k 1 60 strace -qq -o /dev/null -e "inject=$1" \
+    sh -c '"$@"; echo $? >"$0"' "$work/status" timeout -k 1 15 strace -qq -o /dev/null -e "inject=$1" \
         "${environment[@]}" "$tool" "${command[@]}" \
         >"$work/output" 2>/dev/null || true
 }
 
 # What was told after calls failed must be so.
 check_told() { # WHAT
-    [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended by a signal or by nobody"
+    [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended by a signal, or waited too long"
     now=$(state)
     if grep -q success "$work/output"; then
         [ "$now" = "$after" ] || found "$1, but a success"
@@ -130,7 +134,8 @@ interrupt() { # SETUP COMMAND...
         grep -q -e "\[ERROR\].*: " "$log" || grep -q success "$work/output" ||
             found "$name $number, $error: no reason in the log"
 
-        [ $((count % 3)) = 0 ] || continue
+        # A lock that is refused for good is waited for in vain.
+        [ $((count % $([ "$name" = fcntl ] && echo 15 || echo 3))) = 0 ] || continue
         saved_start "$setup"
         injected "$name:error=$error:when=$number+"
         check_told "$name $number and later, $error"

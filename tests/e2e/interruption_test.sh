@@ -99,7 +99,7 @@ injected() {
 
 # What was told after calls failed must be so.
 check_told() { # WHAT
-    [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended by a signal, or waited too long"
+    [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended with $(cat "$work/status") (124: waited too long)"
     now=$(state)
     if grep -q success "$work/output"; then
         [ "$now" = "$after" ] || found "$1, but a success"

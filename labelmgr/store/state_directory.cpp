@@ -116,7 +116,13 @@ std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
 
 off_t StateDirectory::journalSize() const {
     struct stat status {};
-    return fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0 ? status.st_size : 0;
+    if (fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        return status.st_size;
+    }
+    if (errno != ENOENT) {
+        throw systemError(path + "/" + kJournalName);
+    }
+    return 0;
 }
 
 std::optional<StateDirectory::FileIdentity> StateDirectory::databaseIdentity() const {

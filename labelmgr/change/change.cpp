@@ -4,6 +4,7 @@
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/model/operation_error.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -46,15 +47,23 @@ void tell(Store& store, const ChangePlan& plan) {
     }
 }
 
-void writeLabel(LabelWriter& writer, ChangedFile& changed) {
+// A file that refuses its label and is not needed is left out, and not told.
+void writeLabel(LabelWriter& writer, ChangedFile& changed, size_t& failed) {
     try {
         writer.write(changed);
+        return;
     } catch (const FileGone&) {
         if (changed.isNeeded) {
             throw;
         }
-        changed.messages.clear();  // as of the others that matched and are gone
+    } catch (const FileRefuses& failure) {
+        if (changed.isNeeded) {
+            throw;
+        }
+        ZORV_LOG(error, "%s", failure.what());
+        ++failed;
     }
+    changed.messages.clear();
 }
 
 void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
@@ -62,7 +71,7 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
     LabelWriter writer(context);
     for (ChangedFile& changed : plan.files) {
         if (changed.isToBeWritten()) {
-            writeLabel(writer, changed);
+            writeLabel(writer, changed, plan.failed);
         }
     }
     writer.flush();
@@ -96,6 +105,10 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
             takeBackFailedChange(store, context, ifItFails);
         }
         throw;
+    }
+    if (plan.failed != 0) {
+        throw PartlyDone(steps.front().target.text,
+                         std::to_string(plan.failed) + " of its files did not take it; the others did");
     }
     return plan.lastValue;
 }

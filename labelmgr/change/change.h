@@ -5,6 +5,7 @@
 
 #include "labelmgr/model/change_kind.h"
 #include "labelmgr/model/context.h"
+#include "labelmgr/model/operation_error.h"
 #include "labelmgr/store/store.h"
 
 // One change, whole: the records, the labels of all files concerned and the messages, or
@@ -26,7 +27,15 @@ struct ChangeStep {
     FieldValue value;
 };
 
-// Answers the text of the value that the last file was given. Throws OperationError when
-// nothing was changed: the store is as before, and so are the labels. A file that is gone
-// is passed over, unless a value is to be set on exactly this file.
+// All was done, but to files of a pattern or a clear that refuse their labels themselves:
+// one error line each. The record stays true, since later labellings go by it.
+class PartlyDone : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
+// Answers the text of the value that the last file was given. Throws PartlyDone, and any
+// other OperationError when nothing was changed: the store is as before, and so are the
+// labels. A file that is gone is passed over, unless a value is to be set on exactly this
+// file.
 std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps);

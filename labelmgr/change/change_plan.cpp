@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "labelmgr/files/pattern_files.h"
 #include "labelmgr/model/operation_error.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -35,10 +35,12 @@ void addStep(FileSteps& steps, const FileStep& added) {
     steps.push_back(added);
 }
 
-std::map<std::string, FileSteps> stepsByFile(const std::vector<ChangeStep>& steps) {
+std::map<std::string, FileSteps> stepsByFile(const std::vector<ChangeStep>& steps, size_t& failed) {
     std::map<std::string, FileSteps> byFile;
     for (const ChangeStep& step : steps) {
-        for (const std::string& path : filesOf(step.target)) {
+        const FoundFiles found = filesOf(step.target);
+        failed += found.unreadable;
+        for (const std::string& path : found.paths) {
             addStep(byFile[path], {&step, !step.target.isPattern});
         }
     }
@@ -53,13 +55,47 @@ bool needsFile(const FileSteps& steps) {
     });
 }
 
+// Each is asked once.
+class ReadOnlyFileSystems {
+ public:
+    bool hold(const PinnedFile& file) {
+        const auto [entry, isNew] = areReadOnly.try_emplace(file.device());
+        if (isNew) {
+            entry->second = file.isOnReadOnlyFileSystem();
+        }
+        return entry->second;
+    }
+
+ private:
+    std::map<dev_t, bool> areReadOnly;
+};
+
 class FilePlanner {
  public:
-    FilePlanner(LabelDeriver& deriverToUse, ChangePlan& planToFill)
-        : deriver(deriverToUse), plan(planToFill) {}
+    // Of one single file every failure is that of the change.
+    FilePlanner(const Context& context, LabelDeriver& deriverToUse, ChangePlan& planToFill, bool isSingle)
+        : pinner(context), deriver(deriverToUse), plan(planToFill), isSingleFile(isSingle) {}
 
-    void add(PinnedFile pin, const FileSteps& steps) {
-        ChangedFile changed{{pin.path(), pin.inode(), pin.label(), {}}, {}, {}, needsFile(steps)};
+    void add(const std::string& path, const FileSteps& steps) {
+        const bool isNeeded = isSingleFile || needsFile(steps);
+        try {
+            addReadable(pinner.pin(path), steps, isNeeded);
+        } catch (const FileGone&) {
+            if (needsFile(steps)) {
+                throw;
+            }
+        } catch (const FileRefuses& failure) {
+            if (isNeeded) {
+                throw;
+            }
+            ZORV_LOG(error, "%s", failure.what());
+            ++plan.failed;
+        }
+    }
+
+ private:
+    void addReadable(PinnedFile pin, const FileSteps& steps, bool isNeeded) {
+        ChangedFile changed{{pin.path(), pin.inode(), pin.label(), {}}, {}, {}, isNeeded};
         const LabelBytes& former = changed.file.former;
         // A whole label takes the place of whatever is there.
         const bool isKept = former && !writesWholeLabel(steps.front().step->kind);
@@ -68,6 +104,9 @@ class FilePlanner {
             apply(entry, pin.mode(), changed, label);
         }
         changed.file.wanted = encodeLabel(label);
+        if (changed.isToBeWritten() && !isNeeded && readOnly.hold(pin)) {
+            throw FileRefuses(pin.path(), std::strerror(EROFS));
+        }
         if (changed.isToBeWritten() && plan.files.size() < kMostPins) {
             changed.pin = std::move(pin);
         }
@@ -77,7 +116,6 @@ class FilePlanner {
         }
     }
 
- private:
     void apply(const FileStep& entry, mode_t mode, ChangedFile& changed, Label& label) {
         using UserValues = LabelDeriver::UserValues;
         const ChangeKind kind = entry.step->kind;
@@ -100,32 +138,28 @@ class FilePlanner {
         }
     }
 
+    FilePinner pinner;
     LabelDeriver& deriver;
     ChangePlan& plan;
+    bool isSingleFile;
+    ReadOnlyFileSystems readOnly;
 };
 
 }  // namespace
 
-std::vector<std::string> filesOf(const Target& target) {
-    return target.isPattern ? filesMatching(target.text) : std::vector<std::string>{target.text};
+FoundFiles filesOf(const Target& target) {
+    return target.isPattern ? filesMatching(target.text) : FoundFiles{{target.text}, 0};
 }
 
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
     ChangePlan plan;
-    const std::map<std::string, FileSteps> byFile = stepsByFile(steps);
+    const std::map<std::string, FileSteps> byFile = stepsByFile(steps, plan.failed);
     Facts facts(context);
     LabelDeriver deriver(&store, facts);
     deriver.expectFiles(byFile.size());
-    FilePinner pinner(context);
-    FilePlanner planner(deriver, plan);
+    FilePlanner planner(context, deriver, plan, steps.size() == 1 && !steps.front().target.isPattern);
     for (const auto& [path, fileSteps] : byFile) {
-        try {
-            planner.add(pinner.pin(path), fileSteps);
-        } catch (const FileGone&) {
-            if (needsFile(fileSteps)) {
-                throw;
-            }
-        }
+        planner.add(path, fileSteps);
     }
     return plan;
 }

@@ -6,6 +6,7 @@
 
 #include "labelmgr/change/change.h"
 #include "labelmgr/change/label_writer.h"
+#include "labelmgr/files/pattern_files.h"
 #include "labelmgr/policy/label_deriver.h"
 
 // What the steps of a change do to files: which labels it replaces by which, and what is
@@ -14,6 +15,7 @@ struct ChangePlan {
     std::vector<ChangedFile> files;  // whose labels are to be written, or of which something is told
     bool writesLabels = false;
     std::string lastValue;  // as a message tells it
+    size_t failed = 0;      // files that are left out, each one line in the log
 };
 
 // Works it out, by the records as they are in the store after the steps. Throws
@@ -21,4 +23,4 @@ struct ChangePlan {
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps);
 
 // The files that a target stands for, by their paths.
-std::vector<std::string> filesOf(const Target& target);
+FoundFiles filesOf(const Target& target);

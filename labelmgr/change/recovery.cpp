@@ -106,8 +106,8 @@ void reapplyChangesDuringScan(Store& store, const Context& context) {
     std::vector<std::string> paths;
     for (const Target& target : targets) {
         try {
-            const std::vector<std::string> files = filesOf(target);
-            paths.insert(paths.end(), files.begin(), files.end());
+            const FoundFiles found = filesOf(target);
+            paths.insert(paths.end(), found.paths.begin(), found.paths.end());
         } catch (const OperationError& failure) {
             ZORV_LOG(error, "%s", failure.what());
         }

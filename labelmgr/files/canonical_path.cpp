@@ -79,7 +79,11 @@ class Resolution {
                 descend(name);
             }
         }
-        return join(names);
+        std::string resolved = join(names);
+        if (resolved.size() >= PATH_MAX) {  // more than a record holds
+            throwFileError(path, ENAMETOOLONG);
+        }
+        return resolved;
     }
 
  private:

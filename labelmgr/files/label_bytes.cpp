@@ -9,7 +9,7 @@ Label decodeLabel(const std::string& path, const std::string& bytes) {
         return label.deserializeFromBuffer(reinterpret_cast<const unsigned char*>(bytes.data()),
                                            bytes.size());
     } catch (const LabelError& failure) {
-        throw OperationError(path, failure.what());
+        throw FileRefuses(path, failure.what());
     }
 }
 

@@ -10,6 +10,6 @@
 // Nothing for a file without a label.
 using LabelBytes = std::optional<std::string>;
 
-// Throws OperationError with the path when the bytes are not a label.
+// Throws FileRefuses when the bytes are not a label.
 Label decodeLabel(const std::string& path, const std::string& bytes);
 std::string encodeLabel(const Label& label);

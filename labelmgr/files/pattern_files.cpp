@@ -1,12 +1,16 @@
 #include "labelmgr/files/pattern_files.h"
 
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
+#include <utility>
 
 #include "common/wildcard.h"
 #include "labelmgr/files/pinned_file.h"
 #include "labelmgr/files/tree_walk.h"
 #include "labelmgr/model/operation_error.h"
 #include "labelmgr/model/pattern_rules.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -21,37 +25,45 @@ class MatchCollector : public TreeVisitor {
 
     void visit(const WalkEntry& entry, const WalkState& /*state*/) override {
         if (matchesPattern(rule.pattern, entry.path)) {
-            matches.push_back(entry.path);
+            found.paths.push_back(entry.path);
         }
     }
 
-    // What cannot be read may hold matches: run() throws the first of these at its end.
-    void fail(const std::string& path, int reason) override { throw systemError(path, reason); }
+    void fail(const std::string& path, int reason) override {
+        if (reason != ENAMETOOLONG) {
+            throw systemError(path, reason);
+        }
+        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+        ++found.unreadable;
+    }
 
-    std::vector<std::string> matches;
+    FoundFiles found;
 
  private:
     PatternRule<bool> rule;
 };
 
-std::vector<std::string> collect(const std::string& root, const std::string& pattern) {
+FoundFiles collect(const std::string& root, const std::string& pattern) {
     MatchCollector collector(pattern);
     try {
         if (S_ISDIR(pinPath(root).status.mode)) {
             TreeWalk(collector, 1).run(TreeWalk::openRoot(root), root, std::make_shared<WalkState>());
         }
     } catch (const FileGone&) {
-        collector.matches.clear();  // no directory, no files
+        return {};  // no directory, no files
+    } catch (const FileRefuses& failure) {
+        ZORV_LOG(error, "%s", failure.what());
+        ++collector.found.unreadable;
     }
-    return collector.matches;
+    return std::move(collector.found);
 }
 
 }  // namespace
 
-std::vector<std::string> filesMatching(const std::string& pattern) {
+FoundFiles filesMatching(const std::string& pattern) {
     return collect(getParentDirWithoutWildcard(pattern), pattern);
 }
 
-std::vector<std::string> filesBelow(const std::string& directory) {
+FoundFiles filesBelow(const std::string& directory) {
     return collect(directory, directory.back() == '/' ? directory + "?*" : directory + "/?*");
 }

@@ -1,12 +1,19 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
-// Every existing path, links themselves included, that matches an absolute pattern as
-// matchesPattern does: a star crosses slashes. Pseudo and remote file systems are left
-// out. Throws OperationError when a directory that may hold matches cannot be read.
-std::vector<std::string> filesMatching(const std::string& pattern);
+// Existing paths, links themselves included. Pseudo, network and FUSE file systems are
+// left out. Paths that are too long are logged and counted, and do not hold up the rest;
+// a directory that cannot be read may hold matches: OperationError.
+struct FoundFiles {
+    std::vector<std::string> paths;
+    size_t unreadable = 0;
+};
+
+// What matches an absolute pattern as matchesPattern does: a star crosses slashes.
+FoundFiles filesMatching(const std::string& pattern);
 
 // Everything below a directory; nothing for any other file or none.
-std::vector<std::string> filesBelow(const std::string& directory);
+FoundFiles filesBelow(const std::string& directory);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -32,7 +33,7 @@ Pin pinEntry(const Pin& directory, const char* name, const std::string& path, Re
     }
     if (remote == Remote::kRefuse && pin.status.device != directory.status.device &&
         kindOfDevice(pin.status.device) == FileSystemKind::kRemote) {
-        throw OperationError(path, "refused: on a network or FUSE file system, which may never answer");
+        throw FileRefuses(path, "refused: on a network or FUSE file system, which may never answer");
     }
     return pin;
 }
@@ -52,6 +53,11 @@ PinnedFile::PinnedFile(const Context& context, std::string canonicalPath, Pin pi
       attribute(context.attribute),
       pin(std::move(pinned)),
       nameInProc("/proc/self/fd/" + std::to_string(pin.descriptor.get())) {}
+
+bool PinnedFile::isOnReadOnlyFileSystem() const {
+    struct statvfs fileSystem {};
+    return fstatvfs(pin.descriptor.get(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
+}
 
 LabelBytes PinnedFile::label() const {
     std::string bytes(kUsualSize, '\0');
@@ -74,6 +80,9 @@ void PinnedFile::setLabel(const LabelBytes& bytes) const {
     const int result = bytes
                            ? setxattr(nameInProc.c_str(), attribute.c_str(), bytes->data(), bytes->size(), 0)
                            : removexattr(nameInProc.c_str(), attribute.c_str());
+    if (result != 0 && (errno == ENOSPC || errno == EDQUOT)) {  // of the file, or of its owner
+        throw FileRefuses(name, std::strerror(errno));
+    }
     if (result != 0 && (bytes || errno != ENODATA)) {
         fail(errno);
     }
@@ -100,7 +109,10 @@ void PinnedFile::fail(int reason) const {
     if (reason == ENOENT && access("/proc/self/fd", F_OK) != 0) {
         throw OperationError(name, "its label is reached through /proc, which is not mounted");
     }
-    throw systemError(name, reason);
+    if (reason == ENOENT) {  // of an open file
+        throw systemError(name, reason);
+    }
+    throwFileError(name, reason);
 }
 
 PinnedFile FilePinner::pin(const std::string& path) {

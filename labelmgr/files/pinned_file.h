@@ -42,6 +42,8 @@ class PinnedFile {
     dev_t device() const { return pin.status.device; }
     ino_t inode() const { return pin.status.inode; }
 
+    bool isOnReadOnlyFileSystem() const;
+
     LabelBytes label() const;
     // Nothing takes the label away.
     void setLabel(const LabelBytes& bytes) const;

@@ -1,22 +1,26 @@
 #include "labelmgr/files/tree_walk.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
 #include <new>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "base/directories.h"
-#include "labelmgr/files/mount_table.h"
 #include "labelmgr/files/pinned_file.h"
 #include "labelmgr/model/operation_error.h"
 
 namespace {
 
 constexpr size_t kReadSize = size_t{64} * 1024;
+constexpr size_t kMostDescriptors = 512;  // of directories that wait
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // A name that is gone, or is no directory any more.
@@ -44,22 +48,22 @@ UniqueFd TreeWalk::openRoot(const std::string& path) {
 
 void TreeWalk::run(UniqueFd rootDescriptor, const std::string& root,
                    const std::shared_ptr<const WalkState>& rootState) {
-    raiseDescriptorLimit();  // the directories that wait keep their parents open
+    raiseDescriptorLimit();
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    mostDescriptors = std::min<rlim_t>(kMostDescriptors, limit.rlim_cur / 4);
     auto directory = std::make_shared<Directory>();
-    directory->descriptor = std::move(rootDescriptor);
-    EntryStatus status;
-    if (const int reason = lookAt(directory->descriptor.get(), "", status)) {
+    if (const int reason = lookAt(rootDescriptor.get(), "", directory->status)) {
         throw systemError(root, reason);
     }
-    const FileSystemKind kind = kindOfDevice(status.device);
+    const FileSystemKind kind = kindOfDevice(directory->status.device);
     if (kind == FileSystemKind::kPseudo) {
         throw OperationError(root, "a file system without files of its own");
     }
     rootIsRemote = kind == FileSystemKind::kRemote;
     directory->path = root;
-    directory->device = status.device;
-    directory->mode = status.mode;
     directory->state = rootState;
+    directory->descriptor = std::make_shared<Descriptor>(std::move(rootDescriptor), openDescriptors);
 
     unfinished = 1;
     waiting.clear();
@@ -84,10 +88,11 @@ void TreeWalk::work() {
     Waiting item;
     while (next(item)) {
         attempt(item.name, [&] {
-            if (const std::shared_ptr<const Directory> directory = open(item)) {
-                item.parent.reset();
+            if (const std::shared_ptr<Directory> directory = open(item)) {
                 read(directory);
+                closeIfTooMany(*directory);
             }
+            closeIfTooMany(*item.parent);
         });
         item.parent.reset();
         finishItem();
@@ -146,39 +151,91 @@ void TreeWalk::addWaiting(std::vector<Waiting>& items) {
     changed.notify_all();
 }
 
-std::shared_ptr<const TreeWalk::Directory> TreeWalk::open(const Waiting& item) {
+std::shared_ptr<TreeWalk::Directory> TreeWalk::open(const Waiting& item) {
     auto directory = std::make_shared<Directory>();
+    directory->parent = item.parent;
+    directory->name = item.name;
     directory->path = childPath(item.parent->path, item.name);
     directory->state = visitor.enter(directory->path, item.parent->state);
     if (!directory->state) {
         return nullptr;
     }
-    const int parent = item.parent->descriptor.get();
-    EntryStatus found;
-    int reason = lookAt(parent, item.name.c_str(), found);
-    if (reason == 0) {
-        if (isLeftAlone(found.device, item.parent->device)) {
+    const int reason = openDescriptor(*directory);
+    if (reason != 0 && !hasVanished(reason)) {
+        visitor.fail(directory->path, reason);
+    }
+    return directory->descriptor ? directory : nullptr;
+}
+
+// 0, without a descriptor when the directory is left alone; or errno.
+int TreeWalk::openDescriptor(Directory& directory) {
+    const std::shared_ptr<const Descriptor> parent = descriptorOf(*directory.parent);
+    if (!parent) {
+        return ENOENT;
+    }
+    const char* name = directory.name.c_str();
+    if (const int reason = lookAt(parent->file.get(), name, directory.status)) {
+        return reason;
+    }
+    if (isLeftAlone(directory.status.device, directory.parent->status.device)) {
+        return 0;
+    }
+    UniqueFd opened = openKnown(parent->file.get(), directory);
+    if (!opened) {
+        return errno;
+    }
+    directory.descriptor = std::make_shared<Descriptor>(std::move(opened), openDescriptors);
+    return 0;
+}
+
+// A directory that has been looked at; with ENOENT none when another one has its name by now.
+UniqueFd TreeWalk::openKnown(int parent, const Directory& directory) {
+    UniqueFd opened(openat(parent, directory.name.c_str(), kDirectoryFlags));
+    EntryStatus status;
+    if (!opened) {
+        return opened;
+    }
+    const int reason = lookAt(opened.get(), "", status);
+    if (reason == 0 && status.device == directory.status.device && status.inode == directory.status.inode) {
+        return opened;
+    }
+    opened.reset();
+    errno = reason != 0 ? reason : ENOENT;
+    return opened;
+}
+
+// Where it was closed it is opened again, from the nearest one above it that is open, without
+// keeping those between open. Null when it is not there any more.
+std::shared_ptr<const TreeWalk::Descriptor> TreeWalk::descriptorOf(Directory& directory) {
+    std::vector<Directory*> closed;
+    std::shared_ptr<const Descriptor> above;
+    for (Directory* next = &directory; !above; next = next->parent.get()) {
+        const std::lock_guard<std::mutex> lock(next->mutex);
+        above = next->descriptor;
+        if (!above) {
+            closed.push_back(next);
+        }
+    }
+    for (; !closed.empty(); closed.pop_back()) {
+        UniqueFd opened = openKnown(above->file.get(), *closed.back());
+        if (!opened) {
+            if (!hasVanished(errno)) {
+                visitor.fail(closed.back()->path, errno);
+            }
             return nullptr;
         }
-        directory->descriptor = UniqueFd(openat(parent, item.name.c_str(), kDirectoryFlags));
-        reason = directory->descriptor ? 0 : errno;
+        above = std::make_shared<Descriptor>(std::move(opened), openDescriptors);
     }
-    EntryStatus opened;
-    if (reason == 0) {
-        reason = lookAt(directory->descriptor.get(), "", opened);
+    const std::lock_guard<std::mutex> lock(directory.mutex);
+    directory.descriptor = above;
+    return above;
+}
+
+void TreeWalk::closeIfTooMany(Directory& directory) {
+    if (openDescriptors > mostDescriptors && directory.parent) {
+        const std::lock_guard<std::mutex> lock(directory.mutex);
+        directory.descriptor.reset();
     }
-    if (reason != 0) {
-        if (!hasVanished(reason)) {
-            visitor.fail(directory->path, reason);
-        }
-        return nullptr;
-    }
-    if (opened.device != found.device) {  // something was mounted over it meanwhile
-        return nullptr;
-    }
-    directory->device = opened.device;
-    directory->mode = opened.mode;
-    return directory;
 }
 
 bool TreeWalk::isLeftAlone(dev_t device, dev_t parentDevice) const {
@@ -189,50 +246,64 @@ bool TreeWalk::isLeftAlone(dev_t device, dev_t parentDevice) const {
     return kind == FileSystemKind::kPseudo || (kind == FileSystemKind::kRemote && !rootIsRemote);
 }
 
-void TreeWalk::read(const std::shared_ptr<const Directory>& directory) {
-    thread_local std::vector<char> buffer(kReadSize);
-    const int descriptor = directory->descriptor.get();
-    visitor.visit({descriptor, "", directory->path, directory->mode, directory->device}, *directory->state);
+// One directory, and what has been found in it.
+struct TreeWalk::Reading {
+    std::shared_ptr<Directory> directory;
+    std::shared_ptr<const Descriptor> descriptor;
+    std::string path;     // of the entry at hand
+    size_t prefixLength;  // of the directory and a slash
     std::vector<Waiting> found;
-    std::string path = childPath(directory->path, "");
+    bool isTooLong = false;
+};
+
+void TreeWalk::read(const std::shared_ptr<Directory>& directory) {
+    thread_local std::vector<char> buffer(kReadSize);
+    std::string prefix = childPath(directory->path, "");
+    const size_t prefixLength = prefix.size();
+    Reading reading{directory, directory->descriptor, std::move(prefix), prefixLength, {}};
+    const int descriptor = reading.descriptor->file.get();
+    visitor.visit({descriptor, "", directory->path, directory->status.mode, directory->status.device},
+                  *directory->state);
     ssize_t size = 0;
     while (!isCancelled && (size = getdents64(descriptor, buffer.data(), buffer.size())) > 0) {
-        readEntries(directory, buffer.data(), buffer.data() + size, path, found);
-        addWaiting(found);
+        readEntries(reading, buffer.data(), buffer.data() + size);
+        addWaiting(reading.found);
     }
     if (size < 0 && errno != ENOENT) {
         visitor.fail(directory->path, errno);
     }
 }
 
-void TreeWalk::readEntries(const std::shared_ptr<const Directory>& directory, const char* begin,
-                           const char* end, std::string& path, std::vector<Waiting>& found) {
-    const size_t prefixLength = path.size();
+void TreeWalk::readEntries(Reading& reading, const char* begin, const char* end) {
     while (begin < end) {
         const auto* entry = reinterpret_cast<const dirent64*>(begin);
         begin += entry->d_reclen;
         if (isSelfOrParent(entry->d_name)) {
             continue;
         }
-        if (entry->d_type == DT_DIR) {
-            found.push_back({directory, entry->d_name});
-            continue;
+        reading.path.append(entry->d_name);
+        if (reading.path.size() < PATH_MAX) {
+            readEntry(reading, entry->d_name, entry->d_type == DT_DIR);
+        } else if (!std::exchange(reading.isTooLong, true)) {  // of many, one is told
+            visitor.fail(reading.path, ENAMETOOLONG);
         }
-        EntryStatus status;  // not every file system tells the type of an entry
-        const int reason = lookAt(directory->descriptor.get(), entry->d_name, status);
-        if (reason == 0 && S_ISDIR(status.mode)) {
-            found.push_back({directory, entry->d_name});
-            continue;
+        reading.path.resize(reading.prefixLength);
+    }
+}
+
+void TreeWalk::readEntry(Reading& reading, const char* name, bool isDirectory) {
+    const int descriptor = reading.descriptor->file.get();
+    EntryStatus status;
+    const int reason = isDirectory ? 0 : lookAt(descriptor, name, status);
+    // Not every file system tells the type of an entry.
+    if (isDirectory || (reason == 0 && S_ISDIR(status.mode))) {
+        reading.found.push_back({reading.directory, name});
+    } else if (reason != 0) {
+        if (!hasVanished(reason)) {
+            visitor.fail(reading.path, reason);
         }
-        path.append(entry->d_name);
-        if (reason != 0) {
-            if (!hasVanished(reason)) {
-                visitor.fail(path, reason);
-            }
-        } else if (!isLeftAlone(status.device, directory->device)) {
-            visitor.visit({directory->descriptor.get(), entry->d_name, path, status.mode, status.device},
-                          *directory->state);
-        }
-        path.resize(prefixLength);
+    } else if (!isLeftAlone(status.device, reading.directory->status.device)) {
+        visitor.visit({descriptor, name, reading.path, status.mode, status.device},
+                      *reading.directory->state);
     }
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/handles.h"
+#include "labelmgr/files/mount_table.h"
 
 // Walks a tree with several threads, pinned to it by descriptors: after the root no path
 // of more than one component is looked up, and no link is followed, so that nothing that
@@ -70,16 +71,33 @@ class TreeWalk {
     void cancel() { isCancelled = true; }
 
  private:
-    struct Directory {
-        UniqueFd descriptor;
-        std::string path;
-        dev_t device = 0;
-        mode_t mode = 0;
-        std::shared_ptr<const WalkState> state;
+    // An open descriptor; they are counted.
+    struct Descriptor {
+        Descriptor(UniqueFd opened, std::atomic<size_t>& countOfOpen)
+            : file(std::move(opened)), count(countOfOpen) {
+            ++count;
+        }
+        ~Descriptor() { --count; }
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+
+        UniqueFd file;
+        std::atomic<size_t>& count;
     };
-    // A directory that waits to be read. Its parent stays open until then.
+    // Stays open while directories in it wait, unless too many would; then it is opened
+    // again when it is needed.
+    struct Directory {
+        std::shared_ptr<Directory> parent;  // none of the root
+        std::string name;
+        std::string path;
+        EntryStatus status;
+        std::shared_ptr<const WalkState> state;
+        std::mutex mutex;
+        std::shared_ptr<const Descriptor> descriptor;
+    };
+    // A directory that waits to be read.
     struct Waiting {
-        std::shared_ptr<const Directory> parent;
+        std::shared_ptr<Directory> parent;
         std::string name;
     };
 
@@ -90,15 +108,23 @@ class TreeWalk {
     void finishItem();
     void addWaiting(std::vector<Waiting>& items);
 
-    std::shared_ptr<const Directory> open(const Waiting& item);
+    std::shared_ptr<Directory> open(const Waiting& item);
+    int openDescriptor(Directory& directory);
+    static UniqueFd openKnown(int parent, const Directory& directory);
+    std::shared_ptr<const Descriptor> descriptorOf(Directory& directory);
+    void closeIfTooMany(Directory& directory);
     bool isLeftAlone(dev_t device, dev_t parentDevice) const;
-    void read(const std::shared_ptr<const Directory>& directory);
-    void readEntries(const std::shared_ptr<const Directory>& directory, const char* begin, const char* end,
-                     std::string& path, std::vector<Waiting>& found);
+
+    struct Reading;
+    void read(const std::shared_ptr<Directory>& directory);
+    void readEntries(Reading& reading, const char* begin, const char* end);
+    void readEntry(Reading& reading, const char* name, bool isDirectory);
 
     TreeVisitor& visitor;
     unsigned int threads;
     bool rootIsRemote = false;
+    std::atomic<size_t> openDescriptors = 0;
+    size_t mostDescriptors = 0;
     std::atomic<bool> isCancelled = false;
 
     std::mutex mutex;

@@ -28,10 +28,13 @@ class FileGone : public OperationError {
     using OperationError::OperationError;
 };
 
-// The same for a call on a file, with the case that it is gone told apart.
-[[noreturn]] inline void throwFileError(const std::string& path, int reason) {
-    if (reason == ENOENT || reason == ENOTDIR) {
-        throw FileGone(path, std::strerror(reason));
-    }
-    throw systemError(path, reason);
-}
+// It is the file's own doing: its attribute space is full, it is immutable, its label
+// cannot be decoded, it lies where nothing is asked. Of many files such a one does not
+// hold up the others.
+class FileRefuses : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
+// The reason of a failed call on a file, as one of these.
+[[noreturn]] void throwFileError(const std::string& path, int reason);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
 #include <fcntl.h>
 #include <optional>
 #include <string_view>
@@ -33,6 +34,11 @@ UniqueFd openTrusted(const std::string& path) {
         throw OperationError(path, "refused: not a regular file");
     }
     requireTrusted(path, status.st_uid, status.st_mode);
+    const MallocOwner<char> resolved(realpath(path.c_str(), nullptr));
+    if (!resolved) {
+        throw systemError(path);
+    }
+    requireTrustedParents(resolved.get());
     if (status.st_size > kLargestPolicy) {
         throw OperationError(path, "refused: larger than 16 MiB");
     }

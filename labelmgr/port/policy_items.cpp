@@ -94,7 +94,11 @@ std::vector<ZORV_ID> idsOf(OidFinder& finder, Kind kind, const std::string& item
     for (const std::string& path : pathsOf(item)) {
         finder.addFile(path, ids);
         if (kind == Kind::kFileRecursively) {
-            for (const std::string& below : filesBelow(path)) {
+            const FoundFiles found = filesBelow(path);
+            if (found.unreadable != 0) {
+                throw OperationError(path, "not all of it can be read");
+            }
+            for (const std::string& below : found.paths) {
                 finder.addFile(below, ids);
             }
         }

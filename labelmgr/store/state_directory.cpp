@@ -87,6 +87,7 @@ std::optional<StateDirectory> StateDirectory::open(const std::string& configured
     if (!resolved) {  // SQLite refuses links anywhere in a path
         throw systemError(configuredPath);
     }
+    requireTrustedParents(resolved.get());
     return StateDirectory(resolved.get(), std::move(descriptor));
 }
 

@@ -1,6 +1,7 @@
-// Disks that remember what came to them in which order, and show what a power cut would have left of it.
-// Served as files of a FUSE file system, in the kernel's own protocol, for loop devices to stand on. One
-// process and one thread, so that there is one order over all disks. In DIRECTORY there is:
+// Disks that remember what came to them in which order, and show what a power cut would
+// have left of it. Served as files of a FUSE file system, in the kernel's own protocol,
+// for loop devices to stand on. One process and one thread, so that there is one order
+// over all disks. In DIRECTORY there is:
 //
 //   NAME      a disk that begins as IMAGE; its writes and flushes are recorded
 //   NAME.cut  the same disk after the last cut
@@ -139,7 +140,8 @@ void cut(Recording& recording, const std::string& request) {
     }
 }
 
-// Nodes: the directory, then three files of control, then each disk and what a cut left of it.
+// Nodes: the directory, then three files of control, then each disk and what a cut left
+// of it.
 enum Node : uint64_t { kDirectory = FUSE_ROOT_ID, kMarks, kEvents, kCut, kFirstDisk };
 
 class FileSystem {

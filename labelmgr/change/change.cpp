@@ -1,6 +1,9 @@
 #include "labelmgr/change/change.h"
 
+#include <atomic>
+
 #include "labelmgr/change/change_plan.h"
+#include "labelmgr/change/in_chunks.h"
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/model/operation_error.h"
@@ -26,8 +29,7 @@ std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeSt
     return former;
 }
 
-void keepPending(Store& store, const std::vector<FormerRecord>& records,
-                 const std::vector<ChangedFile>& files) {
+void keepPending(Store& store, const std::vector<FormerRecord>& records, const ChangedFiles& files) {
     PendingTable pending = store.pending();
     for (const FormerRecord& record : records) {
         pending.add(record);
@@ -47,34 +49,42 @@ void tell(Store& store, const ChangePlan& plan) {
     }
 }
 
-// A file that refuses its label and is not needed is left out, and not told.
-void writeLabel(LabelWriter& writer, ChangedFile& changed, size_t& failed) {
-    try {
-        writer.write(changed);
-        return;
-    } catch (const FileGone&) {
-        if (changed.isNeeded) {
-            throw;
+// Writes the labels of files that stand next to each other. A file that refuses its label
+// and is not needed is left out, and not told. Answers how many.
+size_t writeSome(LabelWriter& writer, ChangedFiles& files, size_t begin, size_t end) {
+    size_t failed = 0;
+    for (size_t i = begin; i < end; ++i) {
+        ChangedFile& changed = files[i];
+        try {
+            if (changed.isToBeWritten()) {
+                writer.write(changed);
+            }
+            continue;
+        } catch (const FileGone&) {
+            if (changed.isNeeded) {
+                throw;
+            }
+        } catch (const FileRefuses& failure) {
+            if (changed.isNeeded) {
+                throw;
+            }
+            ZORV_LOG(error, "%s", failure.what());
+            ++failed;
         }
-    } catch (const FileRefuses& failure) {
-        if (changed.isNeeded) {
-            throw;
-        }
-        ZORV_LOG(error, "%s", failure.what());
-        ++failed;
+        changed.messages.clear();
     }
-    changed.messages.clear();
+    return failed;
 }
 
 void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
     Transaction transaction = store.begin();
-    LabelWriter writer(context);
-    for (ChangedFile& changed : plan.files) {
-        if (changed.isToBeWritten()) {
-            writeLabel(writer, changed, plan.failed);
-        }
-    }
-    writer.flush();
+    std::atomic<size_t> failed = 0;
+    inChunks(plan.files.size(), [&](size_t begin, size_t end) {
+        LabelWriter writer(context);
+        failed += writeSome(writer, plan.files, begin, end);
+        writer.flush();
+    });
+    plan.failed += failed;
     tell(store, plan);
     store.pending().clear();
     transaction.commit();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "labelmgr/change/in_chunks.h"
 #include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 
@@ -35,16 +36,58 @@ void addStep(FileSteps& steps, const FileStep& added) {
     steps.push_back(added);
 }
 
-std::map<std::string, FileSteps> stepsByFile(const std::vector<ChangeStep>& steps, size_t& failed) {
-    std::map<std::string, FileSteps> byFile;
+// A file, what is done to it, and how it was found; one that cannot be looked at has a
+// failure.
+struct PlannedFile {
+    std::string path;
+    FileSteps steps;
+    mode_t mode = 0;
+    ino_t inode = 0;
+    dev_t device = 0;
+    LabelBytes former = std::nullopt;
+    std::unique_ptr<PinnedFile> pin = nullptr;
+    std::exception_ptr failure = nullptr;
+};
+
+// Sorted by path.
+std::deque<PlannedFile> filesOfSteps(const std::vector<ChangeStep>& steps, size_t& failed) {
+    std::vector<std::pair<std::string, FileStep>> found;
     for (const ChangeStep& step : steps) {
-        const FoundFiles found = filesOf(step.target);
-        failed += found.unreadable;
-        for (const std::string& path : found.paths) {
-            addStep(byFile[path], {&step, !step.target.isPattern});
+        FoundFiles files = filesOf(step.target);
+        failed += files.unreadable;
+        for (std::string& path : files.paths) {
+            found.emplace_back(std::move(path), FileStep{&step, !step.target.isPattern});
         }
     }
-    return byFile;
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& left, const auto& right) { return left.first < right.first; });
+    std::deque<PlannedFile> planned;
+    for (auto& [path, step] : found) {
+        if (planned.empty() || planned.back().path != path) {
+            planned.push_back({std::move(path), {}});
+        }
+        addStep(planned.back().steps, step);
+    }
+    return planned;
+}
+
+void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
+    inChunks(files.size(), [&](size_t begin, size_t end) {
+        FilePinner pinner(context);
+        for (size_t i = begin; i < end; ++i) {
+            PlannedFile& file = files[i];
+            try {
+                PinnedFile pin = pinner.pin(file.path);
+                file.mode = pin.mode();
+                file.inode = pin.inode();
+                file.device = pin.device();
+                file.former = pin.label();
+                file.pin = i < kMostPins ? std::make_unique<PinnedFile>(std::move(pin)) : nullptr;
+            } catch (const OperationError&) {
+                file.failure = std::current_exception();
+            }
+        }
+    });
 }
 
 // A value cannot be set on a file that is gone; to take one away needs no file.
@@ -55,33 +98,19 @@ bool needsFile(const FileSteps& steps) {
     });
 }
 
-// Each is asked once.
-class ReadOnlyFileSystems {
- public:
-    bool hold(const PinnedFile& file) {
-        const auto [entry, isNew] = areReadOnly.try_emplace(file.device());
-        if (isNew) {
-            entry->second = file.isOnReadOnlyFileSystem();
-        }
-        return entry->second;
-    }
-
- private:
-    std::map<dev_t, bool> areReadOnly;
-};
-
 class FilePlanner {
  public:
     // Of one single file every failure is that of the change.
-    FilePlanner(const Context& context, LabelDeriver& deriverToUse, ChangePlan& planToFill, bool isSingle)
-        : pinner(context), deriver(deriverToUse), plan(planToFill), isSingleFile(isSingle) {}
+    FilePlanner(const Context& in, LabelDeriver& deriverToUse, ChangePlan& planToFill, bool isSingle)
+        : context(in), deriver(deriverToUse), plan(planToFill), isSingleFile(isSingle) {}
 
-    void add(const std::string& path, const FileSteps& steps) {
-        const bool isNeeded = isSingleFile || needsFile(steps);
+    void add(PlannedFile file) {
+        const bool needsIt = needsFile(file.steps);
+        const bool isNeeded = isSingleFile || needsIt;
         try {
-            addReadable(pinner.pin(path), steps, isNeeded);
+            addReadable(std::move(file), isNeeded);
         } catch (const FileGone&) {
-            if (needsFile(steps)) {
+            if (needsIt) {
                 throw;
             }
         } catch (const FileRefuses& failure) {
@@ -94,26 +123,39 @@ class FilePlanner {
     }
 
  private:
-    void addReadable(PinnedFile pin, const FileSteps& steps, bool isNeeded) {
-        ChangedFile changed{{pin.path(), pin.inode(), pin.label(), {}}, {}, {}, isNeeded};
+    void addReadable(PlannedFile file, bool isNeeded) {
+        if (file.failure) {
+            std::rethrow_exception(file.failure);
+        }
+        ChangedFile changed{{std::move(file.path), file.inode, std::move(file.former), {}}, {}, {}, isNeeded};
+        const std::string& path = changed.file.path;
         const LabelBytes& former = changed.file.former;
         // A whole label takes the place of whatever is there.
-        const bool isKept = former && !writesWholeLabel(steps.front().step->kind);
-        Label label = isKept ? decodeLabel(pin.path(), *former) : Label();
-        for (const FileStep& entry : steps) {
-            apply(entry, pin.mode(), changed, label);
+        const bool isKept = former && !writesWholeLabel(file.steps.front().step->kind);
+        Label label = isKept ? decodeLabel(path, *former) : Label();
+        for (const FileStep& entry : file.steps) {
+            apply(entry, file.mode, changed, label);
         }
         changed.file.wanted = encodeLabel(label);
-        if (changed.isToBeWritten() && !isNeeded && readOnly.hold(pin)) {
-            throw FileRefuses(pin.path(), std::strerror(EROFS));
+        if (changed.isToBeWritten() && !isNeeded && isReadOnly(path, file.device)) {
+            throw FileRefuses(path, std::strerror(EROFS));
         }
-        if (changed.isToBeWritten() && plan.files.size() < kMostPins) {
-            changed.pin = std::move(pin);
+        if (changed.isToBeWritten()) {
+            plan.writesLabels = true;
+            changed.pin = std::move(file.pin);
         }
         if (changed.isToBeWritten() || !changed.messages.empty()) {
-            plan.writesLabels = plan.writesLabels || changed.isToBeWritten();
             plan.files.push_back(std::move(changed));
         }
+    }
+
+    // Each file system is asked once.
+    bool isReadOnly(const std::string& path, dev_t device) {
+        const auto [entry, isNew] = readOnlyDevices.try_emplace(device);
+        if (isNew) {
+            entry->second = PinnedFile(context, path).isOnReadOnlyFileSystem();
+        }
+        return entry->second;
     }
 
     void apply(const FileStep& entry, mode_t mode, ChangedFile& changed, Label& label) {
@@ -138,11 +180,11 @@ class FilePlanner {
         }
     }
 
-    FilePinner pinner;
+    const Context& context;
     LabelDeriver& deriver;
     ChangePlan& plan;
     bool isSingleFile;
-    ReadOnlyFileSystems readOnly;
+    std::map<dev_t, bool> readOnlyDevices;
 };
 
 }  // namespace
@@ -153,13 +195,14 @@ FoundFiles filesOf(const Target& target) {
 
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
     ChangePlan plan;
-    const std::map<std::string, FileSteps> byFile = stepsByFile(steps, plan.failed);
+    std::deque<PlannedFile> files = filesOfSteps(steps, plan.failed);
+    lookAtFiles(context, files);
     Facts facts(context);
     LabelDeriver deriver(&store, facts);
-    deriver.expectFiles(byFile.size());
+    deriver.expectFiles(files.size());
     FilePlanner planner(context, deriver, plan, steps.size() == 1 && !steps.front().target.isPattern);
-    for (const auto& [path, fileSteps] : byFile) {
-        planner.add(path, fileSteps);
+    for (; !files.empty(); files.pop_front()) {  // what has been planned is not kept twice
+        planner.add(std::move(files.front()));
     }
     return plan;
 }

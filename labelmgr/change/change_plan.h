@@ -12,7 +12,7 @@
 // What the steps of a change do to files: which labels it replaces by which, and what is
 // told.
 struct ChangePlan {
-    std::vector<ChangedFile> files;  // whose labels are to be written, or of which something is told
+    ChangedFiles files;  // whose labels are to be written, or of which something is told
     bool writesLabels = false;
     std::string lastValue;  // as a message tells it
     size_t failed = 0;      // files that are left out, each one line in the log

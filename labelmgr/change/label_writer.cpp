@@ -59,7 +59,7 @@ void LabelWriter::flush() {
     }
 }
 
-bool LabelWriter::takeBack(const std::vector<ChangedFile>& files) {
+bool LabelWriter::takeBack(const ChangedFiles& files) {
     bool isDone = true;
     for (auto changed = files.rbegin(); changed != files.rend(); ++changed) {
         const PendingFile& file = changed->file;
@@ -82,7 +82,7 @@ bool LabelWriter::takeBack(const std::vector<ChangedFile>& files) {
     return isDone;
 }
 
-void LabelWriter::writeAgain(const std::vector<ChangedFile>& files) {
+void LabelWriter::writeAgain(const ChangedFiles& files) {
     for (const ChangedFile& changed : files) {
         try {
             if (changed.isToBeWritten()) {

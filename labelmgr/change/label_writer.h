@@ -1,6 +1,8 @@
 #pragma once
 
-#include <optional>
+#include <deque>
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "labelmgr/files/flush.h"
@@ -12,12 +14,14 @@
 // and must then be the same file with the label that it should have by now.
 struct ChangedFile {
     PendingFile file;
-    std::optional<PinnedFile> pin;
+    std::unique_ptr<PinnedFile> pin;
     std::vector<std::string> messages;
     bool isNeeded = false;  // without it the change fails
 
     bool isToBeWritten() const { return file.former != file.wanted; }
 };
+
+using ChangedFiles = std::deque<ChangedFile>;
 
 // Writes the labels of a change, brings them to the disk, and takes them back.
 class LabelWriter {
@@ -33,9 +37,9 @@ class LabelWriter {
 
     // Gives files their former labels back, last first; a file that has another label
     // than the wanted one is left alone. What cannot be put back is logged: then false.
-    bool takeBack(const std::vector<ChangedFile>& files);
+    bool takeBack(const ChangedFiles& files);
     // Writes the wanted labels again, as far as possible.
-    void writeAgain(const std::vector<ChangedFile>& files);
+    void writeAgain(const ChangedFiles& files);
 
  private:
     template <typename Work>

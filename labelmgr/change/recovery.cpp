@@ -22,7 +22,7 @@ void putRecordsBack(Store& store, const std::vector<FormerRecord>& records, int6
 }
 
 void takeBackLeftChange(Store& store, const Context& context) {
-    std::vector<ChangedFile> files;
+    ChangedFiles files;
     for (PendingFile& file : store.pending().files()) {
         files.push_back({std::move(file), {}, {}});
     }

@@ -22,7 +22,7 @@ void finishWhatWasLeft(Store& store, const Context& context);
 struct FailedChange {
     std::vector<FormerRecord> formerRecords;
     int64_t lastMessage = 0;  // before it
-    const std::vector<ChangedFile>& files;
+    const ChangedFiles& files;
 };
 
 // Takes it back, whether or not its commits came to be seen by others before they failed.

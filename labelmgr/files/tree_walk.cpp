@@ -188,7 +188,8 @@ int TreeWalk::openDescriptor(Directory& directory) {
     return 0;
 }
 
-// A directory that has been looked at; with ENOENT none when another one has its name by now.
+// A directory that has been looked at; with ENOENT none when another one has its name by
+// now.
 UniqueFd TreeWalk::openKnown(int parent, const Directory& directory) {
     UniqueFd opened(openat(parent, directory.name.c_str(), kDirectoryFlags));
     EntryStatus status;
@@ -204,8 +205,8 @@ UniqueFd TreeWalk::openKnown(int parent, const Directory& directory) {
     return opened;
 }
 
-// Where it was closed it is opened again, from the nearest one above it that is open, without
-// keeping those between open. Null when it is not there any more.
+// Where it was closed it is opened again, from the nearest one above it that is open,
+// without keeping those between open. Null when it is not there any more.
 std::shared_ptr<const TreeWalk::Descriptor> TreeWalk::descriptorOf(Directory& directory) {
     std::vector<Directory*> closed;
     std::shared_ptr<const Descriptor> above;

@@ -39,8 +39,8 @@ Lines errorsOf(CapturedLog& log) {
     return lines;
 }
 
-// A FUSE file system over a file or a directory whose server says hello and nothing more. When
-// the object goes, whoever still waits for an answer gets an error.
+// A FUSE file system over a file or a directory whose server says hello and nothing more.
+// When the object goes, whoever still waits for an answer gets an error.
 class SilentServer {
  public:
     explicit SilentServer(std::string where) : mountPoint(std::move(where)) {

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
+#include <iterator>
 #include <new>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -145,8 +146,9 @@ void TreeWalk::addWaiting(std::vector<Waiting>& items) {
         return;
     }
     const std::lock_guard<std::mutex> lock(mutex);
+    waiting.insert(waiting.end(), std::make_move_iterator(items.begin()),
+                   std::make_move_iterator(items.end()));  // all, or a failure and none
     unfinished += items.size();
-    std::move(items.begin(), items.end(), std::back_inserter(waiting));
     items.clear();
     changed.notify_all();
 }

@@ -76,6 +76,14 @@ size_t writeSome(LabelWriter& writer, ChangedFiles& files, size_t begin, size_t 
     return failed;
 }
 
+void flushRightFiles(const Context& context, const ChangePlan& plan) {
+    LabelWriter writer(context);
+    for (const std::string& path : plan.rightFiles) {
+        writer.noteRight(path);
+    }
+    writer.flush();
+}
+
 void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
     Transaction transaction = store.begin();
     std::atomic<size_t> failed = 0;
@@ -85,6 +93,7 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
         writer.flush();
     });
     plan.failed += failed;
+    flushRightFiles(context, plan);
     tell(store, plan);
     store.pending().clear();
     transaction.commit();
@@ -94,7 +103,7 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
 
 std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
     ChangePlan plan;
-    FailedChange ifItFails{{}, store.feed().last(), plan.files};
+    FailedChange ifItFails{{}, store.feed().last(), 0, plan.files};
     bool isBegun = false;
     try {
         Transaction transaction = store.begin();
@@ -103,7 +112,11 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         if (plan.writesLabels) {
             keepPending(store, ifItFails.formerRecords, plan.files);
         } else {  // the first commit is the only one
+            flushRightFiles(context, plan);
             tell(store, plan);
+        }
+        for (const ChangedFile& changed : plan.files) {
+            ifItFails.messages += changed.messages.size();
         }
         isBegun = true;
         transaction.commit();

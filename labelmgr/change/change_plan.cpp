@@ -1,6 +1,8 @@
 #include "labelmgr/change/change_plan.h"
 
 #include <algorithm>
+#include <set>
+#include <sys/resource.h>
 
 #include "labelmgr/change/in_chunks.h"
 #include "labelmgr/model/operation_error.h"
@@ -8,7 +10,12 @@
 
 namespace {
 
-constexpr size_t kMostPins = 256;
+// Each pin is a descriptor.
+size_t mostPins() {
+    constexpr size_t kMostPins = 256;
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min<size_t>(kMostPins, limit.rlim_cur / 4) : 0;
+}
 
 // What a step does to one file.
 struct FileStep {
@@ -82,7 +89,7 @@ void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
                 file.inode = pin.inode();
                 file.device = pin.device();
                 file.former = pin.label();
-                file.pin = i < kMostPins ? std::make_unique<PinnedFile>(std::move(pin)) : nullptr;
+                file.pin = i < mostPins() ? std::make_unique<PinnedFile>(std::move(pin)) : nullptr;
             } catch (const OperationError&) {
                 file.failure = std::current_exception();
             }
@@ -127,7 +134,8 @@ class FilePlanner {
         if (file.failure) {
             std::rethrow_exception(file.failure);
         }
-        ChangedFile changed{{std::move(file.path), file.inode, std::move(file.former), {}}, {}, {}, isNeeded};
+        ChangedFile changed{
+            {std::move(file.path), file.device, file.inode, std::move(file.former), {}}, {}, {}, isNeeded};
         const std::string& path = changed.file.path;
         const LabelBytes& former = changed.file.former;
         // A whole label takes the place of whatever is there.
@@ -143,6 +151,10 @@ class FilePlanner {
         if (changed.isToBeWritten()) {
             plan.writesLabels = true;
             changed.pin = std::move(file.pin);
+        }
+        if (!changed.isToBeWritten() &&
+            (rightDevices.insert(file.device).second || plan.rightFiles.size() <= kFewFiles)) {
+            plan.rightFiles.push_back(path);
         }
         if (changed.isToBeWritten() || !changed.messages.empty()) {
             plan.files.push_back(std::move(changed));
@@ -185,6 +197,7 @@ class FilePlanner {
     ChangePlan& plan;
     bool isSingleFile;
     std::map<dev_t, bool> readOnlyDevices;
+    std::set<dev_t> rightDevices;
 };
 
 }  // namespace

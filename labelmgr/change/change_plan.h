@@ -16,6 +16,9 @@ struct ChangePlan {
     bool writesLabels = false;
     std::string lastValue;  // as a message tells it
     size_t failed = 0;      // files that are left out, each one line in the log
+    // Files whose labels are right already and may not be on disk: some of each file
+    // system.
+    std::vector<std::string> rightFiles;
 };
 
 // Works it out, by the records as they are in the store after the steps. Throws

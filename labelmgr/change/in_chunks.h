@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-// Runs work(begin, end) over the numbers below a count: of many in chunks, one a thread and a
-// thread a core up to 8, else all at once in this one. What a chunk throws is thrown when all
-// have ended.
+// Runs work(begin, end) over the numbers below a count: of many in chunks, one a thread
+// and a thread a core up to 8, else all at once in this one. What a chunk throws is
+// thrown when all have ended.
 template <typename Work>
 void inChunks(size_t count, Work work) {
     constexpr size_t kSmallestChunk = 500;

@@ -9,43 +9,69 @@
 
 namespace {
 
-constexpr size_t kFewFiles = 8;  // to flush one by one
+// Whether a file that is not there was deleted, and not its file system taken away.
+bool isDeleted(const PendingFile& file) {
+    for (size_t end = file.path.rfind('/'); end != std::string::npos && end > 0;
+         end = file.path.rfind('/', end - 1)) {
+        try {
+            return pinPath(file.path.substr(0, end)).status.device == file.device;
+        } catch (const FileGone&) {
+            continue;
+        }
+    }
+    return pinRoot().status.device == file.device;
+}
 
 }  // namespace
 
+// The same file with a label of this change, the former or the wanted one.
 template <typename Work>
-void LabelWriter::onFile(const ChangedFile& changed, const LabelBytes& expected, Work work) {
+void LabelWriter::onFile(const ChangedFile& changed, Work work) {
     if (changed.pin) {
         work(*changed.pin);
         return;
     }
-    const PinnedFile pin = pinner.pin(changed.file.path);
-    if (pin.inode() != changed.file.inode || pin.label() != expected) {
-        throw FileGone(changed.file.path, "not the same file with the same label any more");
+    const PendingFile& file = changed.file;
+    const PinnedFile pin = pinner.pin(file.path);
+    const LabelBytes label = pin.inode() == file.inode ? pin.label() : std::nullopt;
+    if (pin.inode() != file.inode || (label != file.former && label != file.wanted)) {
+        throw FileGone(file.path, "not the same file with the same label any more");
     }
     work(pin);
 }
 
 void LabelWriter::write(const ChangedFile& changed) {
-    onFile(changed, changed.file.former, [&](const PinnedFile& pin) { setLabel(pin, changed.file.wanted); });
+    onFile(changed, [&](const PinnedFile& pin) { setLabel(pin, changed.file.wanted); });
 }
 
 void LabelWriter::setLabel(const PinnedFile& file, const LabelBytes& label) {
     file.setLabel(label);
-    ++written;
-    if (written > kFewFiles && fileSystems.has(file.device())) {
+    note(file);
+}
+
+void LabelWriter::noteRight(const std::string& path) {
+    try {
+        note(pinner.pin(path));
+    } catch (const FileGone&) {
+        return;  // with its label
+    }
+}
+
+void LabelWriter::note(const PinnedFile& file) {
+    ++noted;
+    if (noted > kFewFiles && fileSystems.has(file.device())) {
         return;
     }
     PinnedFile::Flushable flushable = file.openToFlush();
     fileSystems.add(file.device(), flushable.descriptor.get(), file.path());
-    if (written <= kFewFiles && flushable.isTheFile) {
+    if (noted <= kFewFiles && flushable.isTheFile) {
         unflushedFiles.push_back(std::move(flushable.descriptor));
     }
 }
 
 void LabelWriter::flush() {
     const std::vector<UniqueFd> files = std::move(unflushedFiles);
-    const bool areAll = files.size() == std::exchange(written, 0);
+    const bool areAll = files.size() == std::exchange(noted, 0);
     unflushedFiles.clear();
     if (!areAll) {
         fileSystems.flush();
@@ -59,27 +85,32 @@ void LabelWriter::flush() {
     }
 }
 
-bool LabelWriter::takeBack(const ChangedFiles& files) {
-    bool isDone = true;
+std::vector<PendingFile> LabelWriter::takeBack(const ChangedFiles& files) {
+    std::vector<PendingFile> left;
     for (auto changed = files.rbegin(); changed != files.rend(); ++changed) {
         const PendingFile& file = changed->file;
         if (!changed->isToBeWritten()) {
             continue;
         }
         try {
-            onFile(*changed, file.wanted, [&](const PinnedFile& pin) {
+            onFile(*changed, [&](const PinnedFile& pin) {
                 if (pin.label() == file.wanted) {
-                    setLabel(pin, file.former);
+                    pin.setLabel(file.former);
                 }
+                note(pin);
             });
-        } catch (const FileGone&) {
-            continue;  // it has no label of ours
+            continue;
+        } catch (const FileGone& failure) {
+            if (isDeleted(file)) {
+                continue;  // it has no label of ours
+            }
+            ZORV_LOG(error, "the label could not be put back: %s", failure.what());
         } catch (const OperationError& failure) {
             ZORV_LOG(error, "the label could not be put back: %s", failure.what());
-            isDone = false;
         }
+        left.push_back(file);
     }
-    return isDone;
+    return left;
 }
 
 void LabelWriter::writeAgain(const ChangedFiles& files) {

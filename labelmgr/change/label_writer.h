@@ -32,21 +32,28 @@ class LabelWriter {
     // Throws OperationError, FileGone when the path leads to another file or another
     // label by now.
     void write(const ChangedFile& changed);
-    // Waits until everything written is on disk. Throws OperationError.
+    // Has a file flushed whose label is right already: whoever wrote it may have died
+    // before it was on disk.
+    void noteRight(const std::string& path);
+    // Waits until everything written or noted is on disk. Throws OperationError.
     void flush();
 
-    // Gives files their former labels back, last first; a file that has another label
-    // than the wanted one is left alone. What cannot be put back is logged: then false.
-    bool takeBack(const ChangedFiles& files);
+    // Gives files their former labels back, last first, and notes them; a file that has
+    // another label than the wanted one is left alone. What cannot be put back, or is not
+    // there while its file system is not, is logged and answered.
+    std::vector<PendingFile> takeBack(const ChangedFiles& files);
     // Writes the wanted labels again, as far as possible.
     void writeAgain(const ChangedFiles& files);
 
  private:
     template <typename Work>
-    void onFile(const ChangedFile& changed, const LabelBytes& expected, Work work);
+    void onFile(const ChangedFile& changed, Work work);
+    void note(const PinnedFile& file);
 
     FilePinner pinner;
     std::vector<UniqueFd> unflushedFiles;  // while they are few
-    size_t written = 0;
+    size_t noted = 0;
     WrittenFileSystems fileSystems;
 };
+
+constexpr size_t kFewFiles = 8;  // to flush one by one

@@ -7,8 +7,7 @@
 
 namespace {
 
-void putRecordsBack(Store& store, const std::vector<FormerRecord>& records, int64_t lastMessage) {
-    Transaction transaction = store.begin();
+void putRecordsBack(Store& store, const std::vector<FormerRecord>& records) {
     for (const FormerRecord& former : records) {
         if (former.value) {
             store.userValues().putBack({former.target, *former.value});
@@ -17,19 +16,21 @@ void putRecordsBack(Store& store, const std::vector<FormerRecord>& records, int6
         }
     }
     store.pending().clear();
-    store.feed().removeAfter(lastMessage);
-    transaction.commit();
 }
 
+// A change and what is left of earlier ones.
 void takeBackLeftChange(Store& store, const Context& context) {
     ChangedFiles files;
     for (PendingFile& file : store.pending().files()) {
         files.push_back({std::move(file), {}, {}});
     }
     LabelWriter writer(context);
-    writer.takeBack(files);
+    const std::vector<PendingFile> left = writer.takeBack(files);
     writer.flush();
-    putRecordsBack(store, store.pending().records(), store.feed().last());
+    Transaction transaction = store.begin();
+    putRecordsBack(store, store.pending().records());
+    store.pending().setLeftLabels(left);
+    transaction.commit();
 }
 
 bool hasDeadScan(Store& store) {
@@ -40,7 +41,8 @@ bool hasDeadScan(Store& store) {
 bool isSeen(Store& store, const FailedChange& change) {
     try {
         store.reconnect();
-        return store.feed().last() > change.lastMessage;
+        const std::vector<FeedMessage> messages = store.feed().after(change.lastMessage, 1);
+        return !messages.empty() && !messages.front().text.empty();
     } catch (const OperationError& failure) {
         ZORV_LOG(error, "%s", failure.what());
         return false;
@@ -55,7 +57,10 @@ bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
             if (again) {
                 store.reconnect();
             }
-            putRecordsBack(store, change.formerRecords, change.lastMessage);
+            Transaction transaction = store.begin();
+            putRecordsBack(store, change.formerRecords);
+            store.feed().withdraw(change.lastMessage, change.messages);
+            transaction.commit();
             return true;
         } catch (const OperationError& failure) {
             if (again) {
@@ -69,16 +74,18 @@ bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
 }  // namespace
 
 bool hasLeftWork(Store& store) {
-    return store.isOfOlderVersion() || !store.pending().isEmpty() || hasDeadScan(store);
+    return store.isOfOlderVersion() || !store.pending().isEmpty() || store.pending().hasLeftLabels() ||
+           hasDeadScan(store);
 }
 
 void finishWhatWasLeft(Store& store, const Context& context) {
-    if (!store.pending().isEmpty()) {
+    if (!store.pending().isEmpty() || store.pending().hasLeftLabels()) {
         takeBackLeftChange(store, context);
     }
     if (hasDeadScan(store)) {
         Transaction transaction = store.begin();
-        reapplyChangesDuringScan(store, context);
+        Facts facts(context);
+        reapplyChangesDuringScan(store, context, facts, "/");
         store.scan().set({ScanStatus::kInterrupted, 0});
         transaction.commit();
     }
@@ -86,7 +93,7 @@ void finishWhatWasLeft(Store& store, const Context& context) {
 
 void takeBackFailedChange(Store& store, const Context& context, const FailedChange& change) {
     LabelWriter writer(context);
-    if (!writer.takeBack(change.files)) {
+    if (!writer.takeBack(change.files).empty()) {
         ZORV_LOG(error, "the next command takes back the failed change");
         return;
     }
@@ -101,18 +108,20 @@ void takeBackFailedChange(Store& store, const Context& context, const FailedChan
     }
 }
 
-void reapplyChangesDuringScan(Store& store, const Context& context) {
-    const std::vector<Target> targets = store.scan().changes();
+void reapplyChangesDuringScan(Store& store, const Context& context, Facts& facts, const std::string& root) {
+    const std::string prefix = root == "/" ? root : root + "/";
     std::vector<std::string> paths;
-    for (const Target& target : targets) {
+    for (const Target& target : store.scan().changes()) {
         try {
-            const FoundFiles found = filesOf(target);
-            paths.insert(paths.end(), found.paths.begin(), found.paths.end());
+            for (std::string& path : filesOf(target).paths) {
+                if (path == root || path.rfind(prefix, 0) == 0) {
+                    paths.push_back(std::move(path));
+                }
+            }
         } catch (const OperationError& failure) {
             ZORV_LOG(error, "%s", failure.what());
         }
     }
-    Facts facts(context);
     LabelDeriver deriver(&store, facts);
     deriver.expectFiles(paths.size());
     LabelWriter writer(context);

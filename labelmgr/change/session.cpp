@@ -3,8 +3,8 @@
 #include "labelmgr/change/recovery.h"
 #include "log/logger.h"
 
-Store openToChange(const Context& context) {
-    Store store = Store::openToWrite(context.stateDirectory);
+Store openToChange(const Context& context, std::chrono::seconds patience) {
+    Store store = Store::openToWrite(context.stateDirectory, patience);
     finishWhatWasLeft(store, context);
     return store;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 
 #include "labelmgr/model/context.h"
@@ -9,7 +10,7 @@
 // OperationError.
 
 // To change something: what was left is finished, and other writers are kept out.
-Store openToChange(const Context& context);
+Store openToChange(const Context& context, std::chrono::seconds patience = Store::kPatienceForWriters);
 // The same, but nothing where nothing was ever set.
 std::optional<Store> openToChangeIfThere(const Context& context);
 

@@ -29,11 +29,12 @@ template <typename Work>
 void changePackageIds(Store& store, Work work) {
     const std::vector<PackageId> former = store.packageIds().all();
     const int64_t lastMessage = store.feed().last();
+    size_t messages = 0;
     bool isBegun = false;
     try {
         Transaction transaction = store.begin();
         store.feed().trim();
-        work();
+        messages = work();
         isBegun = true;
         transaction.commit();
     } catch (const OperationError&) {
@@ -48,7 +49,7 @@ void changePackageIds(Store& store, Work work) {
             for (const PackageId& package : former) {
                 store.packageIds().set(package.name, package.id);
             }
-            store.feed().removeAfter(lastMessage);
+            store.feed().withdraw(lastMessage, messages);
             transaction.commit();
         } catch (const OperationError& failure) {
             ZORV_LOG(error, "the failed change of package ids may hold: %s", failure.what());
@@ -110,6 +111,7 @@ void setPackageId(const Context& context, std::string_view name, uint64_t id) {
     changePackageIds(store, [&] {
         store.packageIds().set(name, id);
         tellOfPackage(store, "set_id", name, id);
+        return size_t{1};
     });
 }
 
@@ -121,16 +123,19 @@ void deletePackageId(const Context& context, std::string_view name) {
     changePackageIds(*store, [&] {
         store->packageIds().remove(name);
         tellOfPackage(*store, "del_id", name, packageIdOfName(std::string(name)));
+        return size_t{1};
     });
 }
 
 void clearPackageIds(const Context& context) {
     if (std::optional<Store> store = openToChangeIfThere(context)) {
         changePackageIds(*store, [&] {
-            for (const PackageId& package : store->packageIds().all()) {
+            const std::vector<PackageId> packages = store->packageIds().all();
+            for (const PackageId& package : packages) {
                 store->packageIds().remove(package.name);
                 tellOfPackage(*store, "clear_id", package.name, packageIdOfName(package.name));
             }
+            return packages.size();
         });
     }
 }

@@ -97,7 +97,7 @@ void Subscriber::fetch(bool isNotified) {
     }
     for (const FeedMessage& message : messages) {
         lastSequence = message.sequence;
-        if (message.text.rfind(topic, 0) == 0) {
+        if (!message.text.empty() && message.text.rfind(topic, 0) == 0) {
             fetched.push_back(message.text);
         }
     }

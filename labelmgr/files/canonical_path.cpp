@@ -136,6 +136,9 @@ std::string canonicalPathOfRecord(const char* path) {
 std::string canonicalPattern(const std::string& pattern) {
     const std::string directory = getParentDirWithoutWildcard(pattern);
     const std::string resolved = canonicalPathOfRecord(directory.c_str());
+    if (resolved.find_first_of("*?") != std::string::npos) {
+        throw OperationError(resolved, "a directory with this name cannot stand in a pattern");
+    }
     const size_t rest = directory == "/" ? 0 : directory.size();
     return (resolved == "/" ? "" : resolved) + pattern.substr(rest);
 }

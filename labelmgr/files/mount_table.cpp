@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
@@ -67,10 +68,10 @@ std::map<dev_t, FileSystemKind> parseMounts(const std::string& mountinfo) {
 
 FileSystemKind kindOfDevice(dev_t device) {
     std::ifstream file(kMounts);
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    if (text.empty()) {
-        throw OperationError(kMounts, "cannot be read: is /proc mounted?");
+    if (!file) {
+        throw OperationError(std::string(kMounts) + ": " + std::strerror(errno));
     }
+    const std::string text(std::istreambuf_iterator<char>(file), {});
     const std::map<dev_t, FileSystemKind> kinds = parseMounts(text);
     const auto found = kinds.find(device);
     return found != kinds.end() ? found->second : FileSystemKind::kLocal;

@@ -115,6 +115,7 @@ void TreeWalk::attempt(const std::string& name, Work work) {
         if (!failure) {
             failure = std::current_exception();
         }
+        isCancelled = true;
     }
 }
 

@@ -15,13 +15,14 @@ const Policy& Facts::policy() {
 
 std::string Facts::ownerOf(const std::string& path) {
     if (!owners && expectsManyFiles) {
-        askForAllOwners("/");
+        ownersBelow("/");
     }
     return owners ? ownerIn(*owners, path) : context.packages->owner(path);
 }
 
-void Facts::askForAllOwners(const std::string& root) {
+const OwnersByPath& Facts::ownersBelow(const std::string& root) {
     owners = context.packages->owners(root);
+    return *owners;
 }
 
 void Facts::expectFiles(size_t count) {

@@ -18,9 +18,11 @@ class Facts {
 
     // The name of the package that owns a path; empty when none does.
     std::string ownerOf(const std::string& path);
-    // From here on ownerOf answers for paths at or below the root, without asking again.
-    void askForAllOwners(const std::string& root);
-    // The same at the first question, where that is better for a number of files.
+    // From here on ownerOf answers for paths at or below the root, without asking again;
+    // these are the owners.
+    const OwnersByPath& ownersBelow(const std::string& root);
+    // The same for all paths at the first question, where that is better for a number of
+    // files.
     void expectFiles(size_t count);
 
  private:

@@ -21,11 +21,12 @@ std::string configured(const char* variable, const char* standard) {
 }
 
 PackagePrograms packagePrograms() {
+    constexpr const char* kSystemPath = "/usr/sbin:/usr/bin:/sbin:/bin";
     if (getauxval(AT_SECURE) != 0) {
-        return {"/usr/sbin:/usr/bin:/sbin:/bin", false};
+        return {kSystemPath, false};
     }
     const char* searchPath = std::getenv("PATH");
-    return {searchPath != nullptr ? searchPath : "", true};
+    return {searchPath != nullptr ? searchPath : kSystemPath, true};
 }
 
 }  // namespace

@@ -10,7 +10,11 @@ Target targetOfPattern(Field field, const char* text) {
     if (*text != '/' || !isPatternSafe(text)) {
         throw OperationError(text, "not a safe absolute pattern");
     }
-    return {field, true, canonicalPattern(text)};
+    const std::string canonical = canonicalPattern(text);
+    if (!isPatternSafe(canonical)) {
+        throw OperationError(canonical, "not a safe pattern");
+    }
+    return {field, true, canonical};
 }
 
 }  // namespace

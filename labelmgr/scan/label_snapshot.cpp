@@ -1,10 +1,10 @@
 #include "labelmgr/scan/label_snapshot.h"
 
-LabelSnapshot::LabelSnapshot(const Context& context, const std::string& root,
+LabelSnapshot::LabelSnapshot(Facts& facts, const std::string& root,
                              const std::vector<std::string>& skippedPaths)
     : skipped(skippedPaths.begin(), skippedPaths.end()),
-      policy(loadPolicy(context.policyFile)),
-      owners(context.packages->owners(root)) {
+      policy(facts.policy()),
+      owners(facts.ownersBelow(root)) {
     digestOf(root);  // without digests nothing could be labelled
 }
 

@@ -22,8 +22,7 @@ class LabelSnapshot {
  public:
     // Policy and package owners, which may take their time. Users' values are still to
     // come.
-    LabelSnapshot(const Context& context, const std::string& root,
-                  const std::vector<std::string>& skippedPaths);
+    LabelSnapshot(Facts& facts, const std::string& root, const std::vector<std::string>& skippedPaths);
     void readUserValues(Store& store);
 
     // The rules that can matter in a directory and below it.
@@ -51,6 +50,6 @@ class LabelSnapshot {
     ByField<PatternRules<FieldValue>> userPatterns;
     std::unordered_map<std::string, uint64_t> packageIds;
     std::unordered_set<std::string> skipped;
-    Policy policy;
-    OwnersByPath owners;
+    const Policy& policy;
+    const OwnersByPath& owners;
 };

@@ -49,6 +49,9 @@ void LabelVisitor::writeLabel(const WalkEntry& entry, const Label& label) {
         getAttributeAt(entry.directory, entry.name, attribute, present.data(), present.size());
     if (got >= 0 && wanted == std::string_view(present.data(), static_cast<size_t>(got))) {
         ++counts.unchanged;
+        if (isAllFlushed) {
+            noteWritten(entry);
+        }
     } else if ((got < 0 && errno != ENODATA && errno != ERANGE) ||
                setAttributeAt(entry.directory, entry.name, attribute, wanted.data(), wanted.size()) != 0) {
         failUnlessGone(entry, errno);
@@ -64,7 +67,8 @@ void LabelVisitor::noteWritten(const WalkEntry& entry) {
     }
     EntryStatus directory;
     UniqueFd mounted;
-    if (lookAt(entry.directory, "", directory) != 0 || directory.device != entry.device) {
+    const bool isMounted = lookAt(entry.directory, "", directory) != 0 || directory.device != entry.device;
+    if (isMounted && S_ISREG(entry.mode)) {
         mounted =
             UniqueFd(openat(entry.directory, entry.name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     }

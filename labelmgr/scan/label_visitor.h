@@ -25,8 +25,9 @@ struct ScanCounts {
 // attributes is one warning.
 class LabelVisitor : public TreeVisitor {
  public:
-    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan)
-        : context(in), snapshot(labels), counts(countsOfScan) {}
+    // Flushed are the file systems that it writes to, or all that it comes to.
+    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan, bool flushesAll)
+        : context(in), snapshot(labels), counts(countsOfScan), isAllFlushed(flushesAll) {}
 
     std::shared_ptr<const WalkState> enter(const std::string& path,
                                            const std::shared_ptr<const WalkState>& parent) override;
@@ -45,6 +46,7 @@ class LabelVisitor : public TreeVisitor {
     const Context& context;
     const LabelSnapshot& snapshot;
     ScanCounts& counts;
+    bool isAllFlushed;
     WrittenFileSystems written;
     std::atomic<dev_t> lastWritten{0};
     std::mutex mutex;

@@ -22,26 +22,36 @@ double secondsSince(Clock::time_point begin) {
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// Answers the lock that shows that the scan is alive. Changes from here on are written
-// again at its end.
-UniqueFd registerScan(const Context& context, LabelSnapshot& snapshot) {
+// A registered scan: the lock that shows that it is alive, and whether all labels of the
+// last one came to the disk.
+struct Registration {
+    UniqueFd alive;
+    bool isLastOnDisk = false;
+};
+
+// Changes from here on are written again at its end.
+Registration registerScan(const Context& context, LabelSnapshot& snapshot) {
     Store store = openToChange(context);
+    const ScanState last = store.scan().state();
     std::optional<UniqueFd> lock = store.directory().lockForScan();
     if (!lock) {
-        throw OperationError("process " + std::to_string(store.scan().state().process),
-                             "labels the whole system already");
+        throw OperationError("process " + std::to_string(last.process), "labels the whole system already");
     }
     Transaction transaction = store.begin();
     store.scan().set({ScanStatus::kRunning, getpid()});
     snapshot.readUserValues(store);
     transaction.commit();
-    return std::move(*lock);
+    return {std::move(*lock), last.status == ScanStatus::kComplete};
 }
 
-void endScan(const Context& context, ScanStatus status, const std::string& root, const std::string& summary) {
-    Store store = openToChange(context);
+// Work of an hour waits longer for others than a set does.
+constexpr std::chrono::seconds kPatienceAtTheEnd{60};
+
+void endScan(const Context& context, Facts& facts, ScanStatus status, const std::string& root,
+             const std::string& summary) {
+    Store store = openToChange(context, kPatienceAtTheEnd);
     Transaction transaction = store.begin();
-    reapplyChangesDuringScan(store, context);
+    reapplyChangesDuringScan(store, context, facts, root);
     store.scan().set({status, 0});
     store.feed().trim();
     store.feed().add({changeMessage("scan", "end", root, summary)});
@@ -80,21 +90,22 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
                              const std::vector<std::string>& skippedPaths, unsigned int threads) {
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
-    LabelSnapshot snapshot(context, root, skippedPaths);
-    const UniqueFd alive = registerScan(context, snapshot);
+    Facts facts(context);
+    LabelSnapshot snapshot(facts, root, skippedPaths);
+    const Registration registration = registerScan(context, snapshot);
     ScanCounts counts;
     int signal = 0;
     {
-        LabelVisitor visitor(context, snapshot, counts);
+        LabelVisitor visitor(context, snapshot, counts, !registration.isLastOnDisk);
         TreeWalk walk(visitor, threads);
         Supervision supervision(counts, [&walk] { walk.cancel(); });
         const bool isWhole = walkAndFlush(walk, visitor, snapshot, std::move(descriptor), root);
         supervision.stop();
         signal = supervision.receivedSignal();
         if (isWhole && signal == 0) {
-            endScan(context, ScanStatus::kComplete, root, std::to_string(counts.done()));
+            endScan(context, facts, ScanStatus::kComplete, root, std::to_string(counts.done()));
         } else {
-            endScan(context, ScanStatus::kInterrupted, root, "failed");
+            endScan(context, facts, ScanStatus::kInterrupted, root, "failed");
         }
         if (!isWhole) {
             return counts.failed + 1;

@@ -16,8 +16,10 @@
 namespace {
 
 constexpr std::chrono::milliseconds kRetryPause{2};
-// The bytes of a database file that SQLite locks for readers; a part of its file format.
-constexpr LockedBytes kReadersBytes{0x40000002, 510};
+// SQLite's own connections lock 510 bytes of a database for reading, as its file format
+// says. Of these, one is for our readers and one for our writer.
+constexpr LockedBytes kReadersByte{0x40000002, 1};
+constexpr LockedBytes kWritersByte{0x40000003, 1};
 
 [[noreturn]] void throwDatabaseError(sqlite3* database, const std::string& path) {
     std::string reason = sqlite3_errmsg(database);
@@ -42,13 +44,14 @@ std::string asUri(const std::string& path, const char* options) {
     return uri.append(options);
 }
 
-UniqueFd lockForReading(const std::string& path, int openFlags, std::chrono::seconds patience) {
+UniqueFd lockDatabase(const std::string& path, bool isWriter, std::chrono::seconds patience) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    UniqueFd file(open(path.c_str(), openFlags | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd file(open(path.c_str(), (isWriter ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC));
     if (!file) {
         throw systemError(path);
     }
-    while (!tryLockBytes(file.get(), LockKind::kShared, kReadersBytes)) {
+    while (!(isWriter ? tryLockBytes(file.get(), LockKind::kExclusive, kWritersByte)
+                      : tryLockBytes(file.get(), LockKind::kShared, kReadersByte))) {
         if (errno != EAGAIN && errno != EACCES) {
             throw systemError(path);
         }
@@ -155,9 +158,7 @@ void Statement::check(int result) const {
 }
 
 Database::Database(const std::string& databasePath, Mode openMode, std::chrono::seconds patience)
-    : path(databasePath),
-      mode(openMode),
-      lockedFile(lockForReading(path, mode == Mode::kReadWrite ? O_RDWR : O_RDONLY, patience)) {
+    : path(databasePath), mode(openMode), lockedFile(lockDatabase(path, mode == Mode::kReadWrite, patience)) {
     requireDatabase(lockedFile, path);
     reopen();
 }
@@ -184,17 +185,16 @@ void Database::reopen() {
 }
 
 void Database::shorten() {
-    if (!tryLockBytes(lockedFile.get(), LockKind::kExclusive, kReadersBytes)) {
+    if (!tryLockBytes(lockedFile.get(), LockKind::kExclusive, kReadersByte)) {
         return;
     }
     const int result =
         sqlite3_wal_checkpoint_v2(handle.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
     if (result != SQLITE_OK) {  // it is only longer than it need be
         ZORV_LOG(warn, "%s: the journal was not shortened: %s", path.c_str(), sqlite3_errmsg(handle.get()));
+        reopen();  // or what is in the database by now would be written over in the journal
     }
-    if (!tryLockBytes(lockedFile.get(), LockKind::kShared, kReadersBytes)) {
-        throw systemError(path);
-    }
+    unlockBytes(lockedFile.get(), kReadersByte);
 }
 
 void Database::executeAll(const char* script) {

@@ -21,10 +21,13 @@
 // - one process writes at a time: the writers' lock of the state directory;
 // - a reader sees the commits that were in the journal when it opened: the journal only
 //   grows, but for
-// - shorten(), which takes the journal into the database and empties it. It is done only
-//   while nobody reads: every connection holds a shared lock on the bytes that SQLite
-//   itself locks for readers, and shorten() needs them for itself alone. So other
-//   programs' readers are safe, too.
+// - shorten(), which takes the journal into the database and empties it while nobody
+// reads.
+//
+// Other programs that use SQLite as usual share an index that our writers do not keep up
+// to date, and put the journal away when the last of them closes. So a writer holds one
+// of the bytes that each of them locks, and waits while one of them has the database
+// open; a reader of ours holds another, which keeps them from putting the journal away.
 
 // A prepared statement. Values are bound by position from 1, columns read by position
 // from 0. Texts are bytes (BLOBs).

@@ -14,11 +14,12 @@ void FeedTable::add(const std::vector<std::string>& messages) {
     }
 }
 
-void FeedTable::removeAfter(int64_t sequence) {
+void FeedTable::withdraw(int64_t sequence, size_t count) {
     database.prepare("DELETE FROM change_feed WHERE sequence > ?").bind(sequence).run();
-    database.prepare("UPDATE sqlite_sequence SET seq = min(seq, ?) WHERE name = 'change_feed'")
-        .bind(sequence)
-        .run();
+    Statement statement = database.prepare("INSERT INTO change_feed(sequence, message) VALUES(?, X'')");
+    for (size_t i = 0; i < count; ++i) {
+        statement.bind(++sequence).run();
+    }
 }
 
 int64_t FeedTable::last() {

@@ -22,8 +22,9 @@ class FeedTable {
     // Makes room for the messages of a change, which is yet to add them.
     void trim();
     void add(const std::vector<std::string>& messages);
-    // Takes back the messages behind one, as if they had never been.
-    void removeAfter(int64_t sequence);
+    // Takes back so many messages behind one, whether or not they are there. Somebody may
+    // have read them: their numbers are not used again, and have empty messages.
+    void withdraw(int64_t sequence, size_t count);
 
     // The number of the newest message; 0 is "none yet".
     int64_t last();

@@ -20,6 +20,12 @@ bool tryLockBytes(int descriptor, LockKind kind, LockedBytes bytes) {
     return fcntl(descriptor, F_OFD_SETLK, &lock) == 0;
 }
 
+void unlockBytes(int descriptor, LockedBytes bytes) {
+    struct flock lock = lockOf(LockKind::kShared, bytes);
+    lock.l_type = F_UNLCK;
+    fcntl(descriptor, F_OFD_SETLK, &lock);
+}
+
 bool areBytesLocked(int descriptor, LockKind kind, LockedBytes bytes) {
     struct flock lock = lockOf(kind, bytes);
     return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;

@@ -14,5 +14,6 @@ enum class LockKind : short { kShared = F_RDLCK, kExclusive = F_WRLCK };
 
 // False at once when another holder is in the way (errno EAGAIN), or on failure.
 bool tryLockBytes(int descriptor, LockKind kind, LockedBytes bytes);
+void unlockBytes(int descriptor, LockedBytes bytes);
 // Whether another holder would be in the way.
 bool areBytesLocked(int descriptor, LockKind kind, LockedBytes bytes);

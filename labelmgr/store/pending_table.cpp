@@ -5,10 +5,10 @@
 namespace {
 
 PendingFile readFile(const Statement& statement) {
-    PendingFile file{statement.bytes(0), static_cast<ino_t>(statement.integer(1)), std::nullopt,
-                     statement.bytes(3)};
-    if (!statement.isNull(2)) {
-        file.former = statement.bytes(2);
+    PendingFile file{statement.bytes(0), fromStored(statement.integer(1)), fromStored(statement.integer(2)),
+                     std::nullopt, statement.bytes(4)};
+    if (!statement.isNull(3)) {
+        file.former = statement.bytes(3);
     }
     return file;
 }
@@ -17,12 +17,24 @@ PendingFile readFile(const Statement& statement) {
 
 bool PendingTable::isEmpty() {
     return database.number(
-               "SELECT EXISTS(SELECT 1 FROM pending_record) OR EXISTS(SELECT 1 FROM pending_file)") == 0;
+               "SELECT EXISTS(SELECT 1 FROM pending_record) OR EXISTS(SELECT 1 FROM pending_file WHERE "
+               "is_left = 0)") == 0;
 }
 
 void PendingTable::clear() {
     database.execute("DELETE FROM pending_record");
-    database.execute("DELETE FROM pending_file");
+    database.execute("DELETE FROM pending_file WHERE is_left = 0");
+}
+
+bool PendingTable::hasLeftLabels() {
+    return database.number("SELECT EXISTS(SELECT 1 FROM pending_file WHERE is_left = 1)") != 0;
+}
+
+void PendingTable::setLeftLabels(const std::vector<PendingFile>& files) {
+    database.execute("DELETE FROM pending_file WHERE is_left = 1");
+    for (const PendingFile& file : files) {
+        insert(file, true);
+    }
 }
 
 void PendingTable::add(const FormerRecord& record) {
@@ -49,18 +61,23 @@ std::vector<FormerRecord> PendingTable::records() {
 }
 
 void PendingTable::add(const PendingFile& file) {
+    insert(file, false);
+}
+
+void PendingTable::insert(const PendingFile& file, bool isLeft) {
     if (!insertFile) {
-        insertFile =
-            database.prepare("INSERT INTO pending_file(path, inode, former, wanted) VALUES(?, ?, ?, ?)");
+        insertFile = database.prepare(
+            "INSERT INTO pending_file(path, device, inode, former, wanted, is_left)"
+            " VALUES(?, ?, ?, ?, ?, ?)");
     }
-    insertFile->bind(file.path).bind(toStored(file.inode));
+    insertFile->bind(file.path).bind(toStored(file.device)).bind(toStored(file.inode));
     file.former ? insertFile->bind(*file.former) : insertFile->bindNull();
-    insertFile->bind(file.wanted).run();
+    insertFile->bind(file.wanted).bind(isLeft ? 1 : 0).run();
 }
 
 std::vector<PendingFile> PendingTable::files() {
     Statement statement =
-        database.prepare("SELECT path, inode, former, wanted FROM pending_file ORDER BY id");
+        database.prepare("SELECT path, device, inode, former, wanted FROM pending_file ORDER BY id");
     std::vector<PendingFile> files;
     while (statement.step()) {
         files.push_back(readFile(statement));
@@ -69,7 +86,7 @@ std::vector<PendingFile> PendingTable::files() {
 }
 
 std::optional<PendingFile> PendingTable::file(const std::string& path) {
-    Statement statement =
-        database.prepare("SELECT path, inode, former, wanted FROM pending_file WHERE path = ?");
+    Statement statement = database.prepare(
+        "SELECT path, device, inode, former, wanted FROM pending_file WHERE path = ? ORDER BY id");
     return statement.bind(path).step() ? std::optional(readFile(statement)) : std::nullopt;
 }

@@ -18,6 +18,7 @@ struct FormerRecord {
 // bytes: there was no label.
 struct PendingFile {
     std::string path;
+    dev_t device = 0;
     ino_t inode = 0;
     std::optional<std::string> former;
     std::string wanted;
@@ -29,17 +30,26 @@ class PendingTable {
  public:
     explicit PendingTable(Database& in) : database(in) {}
 
+    // Whether there is no change under way.
     bool isEmpty();
     void clear();
+
+    // Labels of changes that were taken back but for these, which could not be put back
+    // yet.
+    bool hasLeftLabels();
+    void setLeftLabels(const std::vector<PendingFile>& files);
 
     void add(const FormerRecord& record);
     std::vector<FormerRecord> records();
 
     void add(const PendingFile& file);
+    // Those that are left, too.
     std::vector<PendingFile> files();
     std::optional<PendingFile> file(const std::string& path);
 
  private:
+    void insert(const PendingFile& file, bool isLeft);
+
     Database& database;
     std::optional<Statement> insertFile;  // there may be many
 };

@@ -27,9 +27,10 @@ CREATE TABLE pending_record(
     previous_order INTEGER NOT NULL,  -- 0: there was no value
     package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT;
 CREATE TABLE pending_file(
-    id INTEGER PRIMARY KEY, path BLOB NOT NULL, inode INTEGER NOT NULL,
+    id INTEGER PRIMARY KEY, path BLOB NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL,
     former BLOB,  -- null: there was no label
-    wanted BLOB NOT NULL) STRICT;
+    wanted BLOB NOT NULL,
+    is_left INTEGER NOT NULL DEFAULT 0) STRICT;  -- 1: of a change that is taken back otherwise
 PRAGMA user_version = 2;
 )";
 

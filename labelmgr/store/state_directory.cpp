@@ -115,6 +115,14 @@ std::optional<std::string> StateDirectory::database(IfMissing ifMissing) const {
     return file;
 }
 
+void StateDirectory::makeJournal() const {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const UniqueFd journal(openat(descriptor.get(), kJournalName, kFlags, kFileMode));
+    if (journal ? fsync(descriptor.get()) != 0 : errno != EEXIST) {
+        throw systemError(path + "/" + kJournalName);
+    }
+}
+
 off_t StateDirectory::journalSize() const {
     struct stat status {};
     if (fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0) {

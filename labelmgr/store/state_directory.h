@@ -33,6 +33,8 @@ class StateDirectory {
     // The database's path. Nothing when it is not there and is not to be created (empty,
     // mode 0600).
     std::optional<std::string> database(IfMissing ifMissing) const;
+    // Makes the database's journal, empty, unless it is there.
+    void makeJournal() const;
     // The size of the database's journal, which is part of its contents; 0 when there is
     // none.
     off_t journalSize() const;

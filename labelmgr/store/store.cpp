@@ -25,7 +25,7 @@ std::optional<Store> Store::openToRead(const std::string& directory) {
     if (store.isOlder) {
         store.database->executeAll(
             "CREATE TEMP TABLE pending_record(id, field, is_pattern, target, previous_order, package,"
-            " file, path); CREATE TEMP TABLE pending_file(id, path, inode, former, wanted)");
+            " file, path); CREATE TEMP TABLE pending_file(id, path, device, inode, former, wanted, is_left)");
     }
     return store;
 }
@@ -35,6 +35,7 @@ Store Store::openToWrite(const std::string& directory, std::chrono::seconds pati
     std::optional<StateDirectory> stateDirectory = StateDirectory::open(directory, kIfMissing);
     UniqueFd lock = stateDirectory->lockForWriting(patience);
     const std::string file = *stateDirectory->database(kIfMissing);
+    stateDirectory->makeJournal();
     const bool isLong = stateDirectory->journalSize() > kLongJournal;
     Store store(std::move(*stateDirectory), file, Database::Mode::kReadWrite, std::move(lock));
     bringToPresentVersion(*store.database, file);

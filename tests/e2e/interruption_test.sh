@@ -38,11 +38,11 @@ labels() {
     getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |
         awk '/^# file/ { file = $3 } /^security/ { print file, $0 }' | sort
 }
-# Every change message, sorted: in which order a change tells its files is not promised. Of a store that was killed in the
-# making there may be a file without tables.
+# Every change message, sorted: in which order a change tells its files is not promised. Empty ones were taken back. Of a
+# store that was killed in the making there may be a file without tables.
 messages() {
     [ ! -e "$ZORV_LABEL_STATE_DIR/label.db" ] ||
-        { sqlite3 "$ZORV_LABEL_STATE_DIR/label.db" 'SELECT message FROM change_feed' 2>&1 || true; } |
+        { sqlite3 "$ZORV_LABEL_STATE_DIR/label.db" 'SELECT message FROM change_feed WHERE length(message) > 0' 2>&1 || true; } |
         sed '/no such table/d' | sort
 }
 state() { user_set && labels && messages; }

@@ -230,6 +230,55 @@ TEST_F(Changes, ReadBesideAWriter) {
                                                  std::to_string(getpid())));
 }
 
+// Whoever reads the database with SQLite's own locks would put the journal away at its end.
+TEST_F(Changes, KeepWhatIsToldFromOtherPrograms) {
+    const std::string file = tree.file("file");
+    ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open((stateDirectory() + "/label.db").c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "SELECT * FROM user_value", nullptr, nullptr, nullptr), SQLITE_OK);
+    const bool isTold = setFileTid(file.c_str(), 2, 0) == 0;
+    EXPECT_EQ(listedTids(), file + (isTold ? "=2" : "=1"));
+    sqlite3_close(other);
+    EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + (isTold ? "=22" : "=11"));
+    EXPECT_EQ(setFileTid(file.c_str(), 3, 0), 0);
+    EXPECT_EQ(listedTids(), file + "=3");
+}
+
+// What cannot be put back now is put back when that can be done.
+TEST_F(Changes, WaitForLabelsThatCannotBePutBack) {
+    tree.file("mounted/f");
+    ASSERT_EQ(mount("files", tree.path("mounted").c_str(), "tmpfs", 0, nullptr), 0);
+    const std::string file = tree.file("mounted/f");
+    ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
+    {
+        const PinnedFile pin(processContext(), file);
+        Store store = Store::openToWrite(stateDirectory());  // a change that dies with its label written
+        Transaction transaction = store.begin();
+        store.pending().add(
+            PendingFile{file, pin.device(), pin.inode(), pin.label(), "of a change that was not told"});
+        transaction.commit();
+        pin.setLabel("of a change that was not told");
+    }
+    const std::string aside = tree.directory("aside");
+    ASSERT_EQ(mount(tree.path("mounted").c_str(), aside.c_str(), nullptr, MS_MOVE, nullptr), 0);
+    EXPECT_EQ(listedTids(), file + "=1");
+    EXPECT_EQ(setPkgId("other", 1), 0);
+    ASSERT_EQ(mount(aside.c_str(), tree.path("mounted").c_str(), nullptr, MS_MOVE, nullptr), 0);
+    EXPECT_EQ(tidOf(file), 1U);
+    EXPECT_EQ(labelAttribute(file).substr(48), "0100000020");
+    umount2(tree.path("mounted").c_str(), MNT_DETACH);
+}
+
+// A link does not widen a pattern.
+TEST_F(Changes, RefuseDirectoriesThatWouldBeWildcards) {
+    tree.file("x*y/file");
+    const std::string secret = tree.file("xsecrety/file");
+    tree.link("innocent", "x*y");
+    EXPECT_NE(setFileTid((tree.path() + "/innocent/f?le").c_str(), 7, 1), 0);
+    EXPECT_EQ(labelAttribute(secret), "none");
+}
+
 TEST_F(Changes, ReachListenersAtOnceAndInFull) {
     ASSERT_EQ(setPkgId("first", 1), 0);
     void* listener = createSubscriber();
@@ -255,6 +304,11 @@ TEST_F(Changes, ReachListenersAtOnceAndInFull) {
         feed.add(Lines(count, "many"));
         transaction.commit();
     };
+    {
+        Transaction transaction = store.begin();  // nobody hears of what was taken back
+        store.feed().withdraw(store.feed().last(), 2);
+        transaction.commit();
+    }
     addMessages(100500);  // of one change: all are kept
     char* message = nullptr;
     EXPECT_EQ(recvLabelChangeMsg(listener, &message), 0);

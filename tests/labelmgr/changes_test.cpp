@@ -157,10 +157,12 @@ TEST_F(Changes, DeriveWhatFilesAndPackagesSay) {
     }
     std::map<std::string, std::map<std::string, std::vector<ZORV_ID>>> ids;
     tree.file("d/e/f");
-    ASSERT_EQ(
-        policies_parse({{"object_recurfile", {tree.path("d")}}, {"object_file", {tree.path("d")}}}, ids), 0);
-    EXPECT_EQ(ids["object_recurfile"][tree.path("d")].size(), 3U);
-    EXPECT_EQ(ids["object_file"][tree.path("d")].size(), 1U);
+    const std::string directory = tree.path("d");
+    for (const auto& [kind, count] : std::map<std::string, size_t>{
+             {"object_recurfile", 3}, {"subject_recurfile", 3}, {"object_file", 1}, {"subject_file", 1}}) {
+        ASSERT_EQ(policies_parse({{kind, {directory}}}, ids), 0);
+        EXPECT_EQ(ids[kind][directory].size(), count) << kind;
+    }
 }
 
 // The state directory on a disk of its own, with blocks of one kilobyte and of four.
@@ -311,12 +313,14 @@ TEST_F(Changes, GoOnWhileAScanAsks) {
 }
 
 TEST_F(Changes, ScanOneTreeAtATimeAndNothingExcluded) {
-    tree.file("root/file");
+    tree.file("root/d/file");
     ASSERT_EQ(mkfifo(tree.path("gate").c_str(), 0600), 0);
     const Program none(tree, "dpkg-query", "exit 0\n");
-    putFile(std::getenv("ZORV_LABEL_POLICY_FILE"), "[exclude]\n" + tree.path() + "/ro* =\n");
-    EXPECT_EQ(addTagFullSystem(tree.path("root").c_str(), {}), 0);
-    EXPECT_EQ(labelAttribute(tree.path("root")) + labelAttribute(tree.path("root/file")), "nonenone");
+    putFile(std::getenv("ZORV_LABEL_POLICY_FILE"), "[exclude]\n" + tree.path() + "/roo? =\n");
+    for (const char* root : {"root", "root/d"}) {
+        EXPECT_EQ(addTagFullSystem(tree.path(root).c_str(), {}), 0);
+        EXPECT_EQ(labelAttribute(tree.path(root)) + labelAttribute(tree.path("root/d/file")), "nonenone");
+    }
     const auto directory = StateDirectory::open(stateDirectory(), StateDirectory::IfMissing::kCreate);
     const auto other = directory->lockForScan();
     ASSERT_TRUE(other.has_value());

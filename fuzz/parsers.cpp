@@ -79,7 +79,7 @@ void readPaths(const std::string& input) {
 
 void readKernelTables(const std::string& input) {
     parseMounts(input);
-    require(lockHolder(input, 0) >= 0 || input.find('-') != std::string::npos);
+    require(lockHolder(input, 0, 0) >= 0 || input.find('-') != std::string::npos);
 }
 
 void readPackages(const std::string& input) {

@@ -1,6 +1,9 @@
 #include "labelmgr/store/state_directory.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -10,6 +13,7 @@
 #include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <thread>
 #include <unistd.h>
 
@@ -180,8 +184,9 @@ UniqueFd StateDirectory::lockForWriting(std::chrono::seconds patience) const {
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             struct stat status {};
-            const pid_t holder =
-                fstat(lock.get(), &status) == 0 ? lockHolder(contentOf("/proc/locks"), status.st_ino) : 0;
+            const pid_t holder = fstat(lock.get(), &status) == 0
+                                     ? lockHolder(contentOf("/proc/locks"), status.st_dev, status.st_ino)
+                                     : 0;
             throw StoreBusy(path + "/" + kLockName,
                             "another change holds the store" +
                                 (holder > 0 ? ": process " + std::to_string(holder) : std::string()));
@@ -203,7 +208,10 @@ bool StateDirectory::isScanLocked() const {
 }
 
 // "1: FLOCK  ADVISORY  WRITE 4711 08:02:131 0 EOF"; of who waits, "1: -> FLOCK ...".
-pid_t lockHolder(const std::string& locks, ino_t inode) {
+pid_t lockHolder(const std::string& locks, dev_t device, ino_t inode) {
+    std::array<char, 64> wanted{};
+    std::snprintf(wanted.data(), wanted.size(), "%02x:%02x:%ju", major(device), minor(device),
+                  uintmax_t{inode});
     std::istringstream lines(locks);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
@@ -213,7 +221,7 @@ pid_t lockHolder(const std::string& locks, ino_t inode) {
         std::string file;
         pid_t process = 0;
         if (words >> number >> kind >> word >> word >> process >> file && kind == "FLOCK" &&
-            file.substr(file.rfind(':') + 1) == std::to_string(inode)) {
+            file == wanted.data()) {
             return process;
         }
     }

@@ -70,6 +70,6 @@ class StateDirectory {
     UniqueFd descriptor;
 };
 
-// The process that holds the flock of an inode, by the text of /proc/locks; 0 when none
-// is listed.
-pid_t lockHolder(const std::string& locks, ino_t inode);
+// The process that holds the flock of a file, by the text of /proc/locks; 0 when none is
+// listed, as where a file system lists another device than the one that stat tells.
+pid_t lockHolder(const std::string& locks, dev_t device, ino_t inode);

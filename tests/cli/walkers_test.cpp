@@ -137,6 +137,24 @@ TEST_F(Walkers, SurviveDepthBeyondPathsAndDescriptors) {
     EXPECT_EQ(exhausted.status, 0);
 }
 
+TEST_F(Walkers, TellOfADirectoryReadInPart) {
+    constexpr int kFiles = 3000;  // more than are read at once
+    for (int i = 0; i < kFiles; ++i) {
+        tree.file("dir/" + std::to_string(i));
+    }
+    const RunResult run = runInChild([&] {
+        const int directory = dup(STDIN_FILENO);  // the number that it will have
+        close(directory);
+        int calls = 0;
+        walkDirectory(tree.path("dir"), "", [&](const std::string&, const std::string&) {
+            return ++calls == 2 ? close(directory) : 0;
+        });
+        return calls > 2 && calls < kFiles ? 0 : 1;
+    });
+    EXPECT_EQ(shortened(run.out), "@/dir opendir error: Bad file descriptor\n");
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {
     std::filesystem::remove(kLogProperties);
     const std::string path = tree.file("f");
@@ -149,6 +167,9 @@ TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {
               "read log config error.\n@/f oid:0000000000000001-0000000000000000-0000000000000000\n1 @/f\n");
     EXPECT_EQ(run.err, noConfig + '\n');
     // The log file, opened later, must not take the place of a closed output.
-    EXPECT_EQ(runTool({"-g", "-l", path}, {{}, [] { close(STDOUT_FILENO); }}).status, 1);
+    for (const int closed : {STDOUT_FILENO, STDERR_FILENO}) {
+        EXPECT_EQ(runTool({"-g", "-l", path, "/no"}, {{}, [closed] { close(closed); }}).status,
+                  closed == STDOUT_FILENO ? 1 : 0);
+    }
     EXPECT_EQ(fileContent("/var/log/zorv/zorv_label_manager.log"), "");
 }

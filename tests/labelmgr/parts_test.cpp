@@ -91,9 +91,11 @@ TEST(Mounts, TellKindsByDevice) {
 TEST(Locks, NameTheHolderAndNotWhoWaits) {
     const std::string locks =
         "1: POSIX  ADVISORY  WRITE 11 08:01:77 0 EOF\n2: -> FLOCK  ADVISORY  WRITE 12 08:01:77 0 EOF\n"
-        "3: FLOCK  ADVISORY  WRITE 13 08:01:177 0 EOF\n4: FLOCK  ADVISORY  WRITE 14 08:01:77 0 EOF\n";
-    EXPECT_EQ(lockHolder(locks, 77), 14);
-    EXPECT_EQ(lockHolder(locks, 7), 0);
+        "3: FLOCK  ADVISORY  WRITE 13 08:01:177 0 EOF\n4: FLOCK  ADVISORY  WRITE 14 08:01:77 0 EOF\n"
+        "5: FLOCK  ADVISORY  WRITE 15 08:1a:77 0 EOF\n";
+    EXPECT_EQ(lockHolder(locks, makedev(8, 1), 77), 14);
+    EXPECT_EQ(lockHolder(locks, makedev(8, 26), 77), 15);
+    EXPECT_EQ(lockHolder(locks, makedev(8, 1), 7), 0);
 }
 
 TEST(Messages, KeepTheirWordsApart) {

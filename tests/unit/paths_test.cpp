@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,6 +19,18 @@
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+
+// What happens to a file at once after it was looked at.
+static std::function<void(const char* name)> afterLook;
+
+extern "C" int fstatat(int directory, const char* name, struct stat* status, int flags) noexcept {
+    static const auto next = reinterpret_cast<decltype(&fstatat)>(dlsym(RTLD_NEXT, "fstatat"));
+    const int result = next(directory, name, status, flags);
+    if (afterLook) {
+        afterLook(name);
+    }
+    return result;
+}
 
 TEST(PathResolution, ResolvesExistingPaths) {
     constexpr const char* kTable = R"(
@@ -35,12 +49,13 @@ F | //                | /           |
 F | @/dat?/x          | @           |
 F | @/x/lo*/y         | @/x         |
 F | @/data/file*      | @/data      |
-F | /nowhere[/x*      | /           |
+F | @/da[ta/x*        | @/da[ta     |
 F | nowhere/x*        |             |
 F | @/loop/*          |             | ERROR [findFirstValidParentDir] filesystem error: filesystem error: %[@/loop/]
 )";
     const TemporaryTree tree;
     tree.file("data/file");
+    tree.directory("da[ta");
     tree.link("x", "data");
     tree.link("data/link", "../nowhere");
     tree.link("loop", "loop");
@@ -137,6 +152,25 @@ TEST(TraverseDirectory, ListsBreadthFirst) {
     EXPECT_TRUE(found.size() == 10 && at("") == 1 && at("/file") == 2 && at("/d/link") == at("/d") + 1);
     EXPECT_TRUE(at("/d") < at("/z/y") && at("/z") < at("/d/e") && at("/z/y/file") == at("/z/y") + 1 &&
                 at("/d/e/file") < 10);
+}
+
+TEST(TraverseDirectory, FollowsNoLinkThatTookADirectorysPlace) {
+    const TemporaryTree tree;
+    tree.file("outside/file");
+    tree.directory("root/d");
+    afterLook = [&](const char* name) {
+        if (name == std::string("d")) {
+            fs::remove(tree.path("root/d"));
+            tree.link("root/d", "../outside");
+        }
+    };
+    CapturedLog log;
+    Lines found;
+    EXPECT_EQ(traverseDirectory(tree.path("root"), found), 0);
+    afterLook = nullptr;
+    EXPECT_THAT(found, ElementsAre(tree.path("root")));
+    EXPECT_THAT(log.take(), ElementsAre("ERROR [traverseDirectory] Failed to open directory: " +
+                                        tree.path("root/d") + ", error: Not a directory"));
 }
 
 TEST(TraverseDirectory, SaysWhatItCannotUse) {

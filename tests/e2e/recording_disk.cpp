@@ -8,9 +8,9 @@
 //   marks     what is written here is recorded as a mark between them
 //   events    reads as a line for each recorded event: "flush NAME", "write NAME" or
 //             "mark TEXT"
-//   cut       "EVENTS PERCENT SEED" cuts the power after that many events: a disk has then
-//             what was written before its last flush, and of the later writes, in blocks
-//             of 4 KiB, PERCENT by chance
+//   cut       "EVENTS PERCENT SEED" cuts the power after that many events: a disk has
+//             then what was written before its last flush, and of the later writes, in
+//             blocks of 4 KiB, PERCENT by chance
 //
 // Ends when DIRECTORY is unmounted. Usage: recording_disk DIRECTORY NAME=IMAGE...
 

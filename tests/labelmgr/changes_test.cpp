@@ -239,7 +239,8 @@ TEST_F(Changes, ReadBesideAWriter) {
                                                  std::to_string(getpid())));
 }
 
-// Whoever reads the database with SQLite's own locks would put the journal away at its end.
+// Whoever reads the database with SQLite's own locks would put the journal away at its
+// end.
 TEST_F(Changes, KeepWhatIsToldFromOtherPrograms) {
     const std::string file = tree.file("file");
     ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);

@@ -55,9 +55,8 @@ class Walk {
 
     void descend(const WalkedDirectory& parent, const char* name) {
         EntryStatus status;
-        int reason = path.size() < PATH_MAX
-                         ? fileSystems.look(parent.descriptor, parent.device, name, status)
-                         : ENAMETOOLONG;
+        int reason = path.size() < PATH_MAX ? fileSystems.look(parent.descriptor, parent.device, name, status)
+                                            : ENAMETOOLONG;
         UniqueFd descriptor;
         if (reason == 0) {
             descriptor = openDirectory(parent.descriptor, name, O_NOFOLLOW);

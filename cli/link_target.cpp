@@ -122,6 +122,7 @@ class LinkFollower {
 
 }  // namespace
 
-int openLinkTarget(FileSystems& fileSystems, int directory, dev_t device, const char* name, UniqueFd& target) {
+int openLinkTarget(FileSystems& fileSystems, int directory, dev_t device, const char* name,
+                   UniqueFd& target) {
     return LinkFollower(fileSystems, directory, device, name).follow(target);
 }

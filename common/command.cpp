@@ -55,6 +55,9 @@ std::vector<char*> argumentsOf(const std::string& path, const std::vector<std::s
 [[noreturn]] void runProgram(const char* path, char* const* arguments, int output) {
     const int prepared = output == STDOUT_FILENO ? fcntl(output, F_SETFD, 0) : dup2(output, STDOUT_FILENO);
     if (prepared >= 0) {
+        // Not every library opens its files with O_CLOEXEC; the log's is no affair of the
+        // program.
+        close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
         execve(path, arguments, environ);
     }
     _exit(1);

@@ -10,8 +10,9 @@
 
 // Runs the program at exactly this path (PATH is not searched) with these arguments, the
 // program name not among them, and the caller's environment, standard input and standard
-// error, waits for its end and answers the lines that it wrote to its standard output,
-// each without its line feed. Signal dispositions and masks are left alone.
+// error, but with no other descriptor of the caller's; waits for its end and answers the
+// lines that it wrote to its standard output, each without its line feed. Signal
+// dispositions and masks are left alone.
 //
 // Lines come in pieces of at most 1,023 bytes, and this is relied upon: a longer line is
 // several elements, and one of exactly 1,023 bytes is followed by an empty element. A

@@ -1,5 +1,6 @@
 #include "log/logger.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -10,6 +11,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
+#include <vector>
 
 #include <log4cpp/Category.hh>
 #include <log4cpp/FileAppender.hh>
@@ -40,6 +42,48 @@ void configureFallback(log4cpp::Category& root) {
     root.addAppender(appender.release());
 }
 
+// A tab does no harm.
+bool isControl(char byte) {
+    const auto code = static_cast<unsigned char>(byte);
+    return (code < 0x20 && code != '\t') || code == 0x7f;
+}
+
+// With control characters as a backslash and three octal digits: names that are logged
+// come from others, and must neither make lines of their own nor drive a terminal.
+std::string escaped(const char* message) {
+    std::string text;
+    for (; *message != '\0'; ++message) {
+        if (isControl(*message)) {
+            const auto byte = static_cast<unsigned int>(*message);
+            text.append({'\\', static_cast<char>('0' + (byte >> 6U)),
+                         static_cast<char>('0' + (byte >> 3U & 7U)), static_cast<char>('0' + (byte & 7U))});
+        } else {
+            text.push_back(*message);
+        }
+    }
+    return text;
+}
+
+// False when it cannot be formatted.
+bool formatMessage(std::string& message, const char* format, va_list arguments) {
+    message.resize(kPrefixSize);
+    for (int round = 0; round < 2; ++round) {
+        va_list copy;
+        va_copy(copy, arguments);
+        const int length = std::vsnprintf(message.data(), message.size() + 1, format, copy);
+        va_end(copy);
+        if (length < 0) {
+            return false;
+        }
+        const bool fits = static_cast<size_t>(length) <= message.size();
+        message.resize(static_cast<size_t>(length));
+        if (fits) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority, const char* tag, int line,
                   const char* format, va_list arguments) {
     if (!category.isPriorityEnabled(priority)) {
@@ -50,15 +94,27 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
 
     // log4cpp grows its buffer for ever over a format that cannot be formatted, such as
     // one cut inside a conversion.
-    va_list probe;
-    va_copy(probe, arguments);
-    const int length = std::vsnprintf(nullptr, 0, prefixed.data(), probe);
-    va_end(probe);
-    if (length < 0) {
-        category.log(priority, std::string(prefixed.data()));
-        return;
+    std::string message;
+    if (!formatMessage(message, prefixed.data(), arguments)) {
+        category.log(priority, escaped(prefixed.data()));
+    } else if (std::any_of(message.begin(), message.end(), isControl)) {
+        category.log(priority, escaped(message.c_str()));
+    } else {
+        category.logva(priority, prefixed.data(), arguments);
     }
-    category.logva(priority, prefixed.data(), arguments);
+}
+
+// log4cpp makes a file, at rolling too, with the appender's own mode.
+void setAppenderModes(mode_t mode) {
+    const std::unique_ptr<std::vector<log4cpp::Category*>> categories(
+        log4cpp::Category::getCurrentCategories());
+    for (log4cpp::Category* category : *categories) {
+        for (log4cpp::Appender* appender : category->getAllAppenders()) {
+            if (auto* toFile = dynamic_cast<log4cpp::FileAppender*>(appender)) {
+                toFile->setMode(mode);
+            }
+        }
+    }
 }
 
 std::string_view trimBlanks(std::string_view text) {
@@ -94,6 +150,7 @@ Logger::Logger() : root(&log4cpp::Category::getRoot()) {
         log4cpp::PropertyConfigurator::configure(kConfigPath);
         if (!paths.empty()) {
             setLogFilesPermissions(paths, kConfiguredLogMode);
+            setAppenderModes(kConfiguredLogMode);
         }
         log4cpp::Category& always = log4cpp::Category::getInstance(kAlwaysCategory);
         always.setAdditivity(false);
@@ -163,7 +220,12 @@ std::set<std::string> Logger::getLogFilePathsFromConfig(const std::string& confi
 
 void Logger::setLogFilesPermissions(const std::set<std::string>& paths, unsigned int mode) {
     for (const std::string& path : paths) {
-        if (chmod(path.c_str(), mode) != 0 && errno != ENOENT) {
+        struct stat status {};
+        const bool isThere = stat(path.c_str(), &status) == 0;
+        if (isThere && !S_ISREG(status.st_mode)) {
+            continue;  // a directory's or a device's mode is not the log's
+        }
+        if ((!isThere || chmod(path.c_str(), mode) != 0) && errno != ENOENT) {
             std::fprintf(stderr, "chmod failed for %s: %s\n", path.c_str(), std::strerror(errno));
         }
     }

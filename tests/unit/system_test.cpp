@@ -103,6 +103,9 @@ TEST(ExecuteCommand, StandsOddCallers) {
             return executeCommand("/bin/ls", {"/proc/self/fd"}).size() == 4 - (closed & 1U) - (closed >> 2U);
         })) << closed;
     }
+    EXPECT_TRUE(holdsInChild([] {  // which opens without O_CLOEXEC, as a log may
+        return dup2(STDERR_FILENO, 9) == 9 && shell("echo >&9 && echo open").empty();
+    }));
     EXPECT_TRUE(holdsInChild([] {
         struct sigaction action {};
         action.sa_handler = [](int) {};

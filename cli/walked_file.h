@@ -37,6 +37,7 @@ class ReachedFile {
     enum class Target { kMustExist, kAny };  // of a link itself
 
     ReachedFile(const WalkedFile& walked, Target required);
+    ~ReachedFile() = default;
     ReachedFile(const ReachedFile&) = delete;
     ReachedFile& operator=(const ReachedFile&) = delete;
 

@@ -43,9 +43,8 @@ void configureFallback(log4cpp::Category& root) {
 }
 
 // A tab does no harm.
-bool isControl(char byte) {
-    const auto code = static_cast<unsigned char>(byte);
-    return (code < 0x20 && code != '\t') || code == 0x7f;
+bool isControl(unsigned char byte) {
+    return (byte < 0x20 && byte != '\t') || byte == 0x7f;
 }
 
 // With control characters as a backslash and three octal digits: names that are logged
@@ -53,35 +52,16 @@ bool isControl(char byte) {
 std::string escaped(const char* message) {
     std::string text;
     for (; *message != '\0'; ++message) {
-        if (isControl(*message)) {
-            const auto byte = static_cast<unsigned int>(*message);
-            text.append({'\\', static_cast<char>('0' + (byte >> 6U)),
-                         static_cast<char>('0' + (byte >> 3U & 7U)), static_cast<char>('0' + (byte & 7U))});
+        const auto byte = static_cast<unsigned char>(*message);
+        if (isControl(byte)) {
+            std::array<char, 5> code{};
+            std::snprintf(code.data(), code.size(), "\\%03o", byte);
+            text.append(code.data());
         } else {
             text.push_back(*message);
         }
     }
     return text;
-}
-
-// False when it cannot be formatted.
-bool formatMessage(std::string& message, const char* format, va_list arguments) {
-    message.resize(kPrefixSize);
-    for (int round = 0; round < 2; ++round) {
-        va_list copy;
-        va_copy(copy, arguments);
-        const int length = std::vsnprintf(message.data(), message.size() + 1, format, copy);
-        va_end(copy);
-        if (length < 0) {
-            return false;
-        }
-        const bool fits = static_cast<size_t>(length) <= message.size();
-        message.resize(static_cast<size_t>(length));
-        if (fits) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority, const char* tag, int line,
@@ -94,10 +74,19 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
 
     // log4cpp grows its buffer for ever over a format that cannot be formatted, such as
     // one cut inside a conversion.
-    std::string message;
-    if (!formatMessage(message, prefixed.data(), arguments)) {
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(nullptr, 0, prefixed.data(), copy);
+    va_end(copy);
+    if (length < 0) {
         category.log(priority, escaped(prefixed.data()));
-    } else if (std::any_of(message.begin(), message.end(), isControl)) {
+        return;
+    }
+    std::string message(static_cast<size_t>(length), '\0');
+    va_copy(copy, arguments);
+    std::vsnprintf(message.data(), message.size() + 1, prefixed.data(), copy);
+    va_end(copy);
+    if (std::any_of(message.begin(), message.end(), isControl)) {
         category.log(priority, escaped(message.c_str()));
     } else {
         category.logva(priority, prefixed.data(), arguments);

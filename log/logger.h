@@ -25,10 +25,10 @@ class Category;
 // Level calls take the caller's tag (by convention its function name), a line and a
 // printf format with its arguments, and log "[tag:line] text". The tag, the line and the
 // *format* are joined first, cut at 1,023 bytes, and the result is the format of the
-// second and final formatting: a '%' in the tag is a conversion. A control character of the
-// result, other than a tab, is logged as a backslash and three octal digits, so that a
-// message is one line whatever names it holds. A level that the root category
-// filters out costs one comparison and formats nothing.
+// second and final formatting: a '%' in the tag is a conversion. A control character of
+// the result, other than a tab, is logged as a backslash and three octal digits, so that
+// a message is one line whatever names it holds. A level that the root category filters
+// out costs one comparison and formats nothing.
 class ZORV_API Logger {
  public:
     static Logger& getInstance();

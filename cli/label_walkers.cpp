@@ -1,12 +1,15 @@
 #include "cli/label_walkers.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <span>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include "base/attribute_at.h"
 #include "base/directories.h"
 #include "base/handles.h"
 #include "cli/command_options.h"
@@ -17,70 +20,121 @@ namespace {
 
 // A walk holds one descriptor a level, and a path of the system's greatest length has
 // more levels than the usual soft limit allows.
-UniqueDir openDirectory(const char* path) {
-    UniqueDir directory(opendir(path));
+UniqueFd openDirectory(int parent, const char* name, int flags) {
+    flags |= O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+    UniqueFd directory(openat(parent, name, flags));
     if (!directory && errno == EMFILE && raiseDescriptorLimit()) {
-        directory.reset(opendir(path));
+        directory = UniqueFd(openat(parent, name, flags));
     }
     return directory;
 }
 
-const dirent* nextEntry(DIR* directory) {
-    errno = 0;
-    return readdir(directory);
-}
+// Below the operand each directory is opened by its name in the one above it, and no link
+// is followed.
+class Walk {
+ public:
+    Walk(const std::string& operand, const std::string& attribute, const FileCallback& callbackForEach)
+        : path(operand), attributeName(attribute), callback(callbackForEach) {}
 
-// `path` is one buffer for the whole walk: it grows by a component on the way down and
-// shrinks again.
-void walkDirectoryIn(std::string& path, const std::string& attributeName, const FileCallback& callback) {
-    const UniqueDir directory = openDirectory(path.c_str());
-    if (!directory) {
-        printLine("%s opendir error: %s", path.c_str(), std::strerror(errno));
-        return;
-    }
-    callback(path, attributeName);
-    const size_t ownLength = path.size();
-    if (path.back() != '/') {
-        path.push_back('/');
-    }
-    const size_t prefixLength = path.size();
-    while (const dirent* entry = nextEntry(directory.get())) {
-        if (entry->d_type != DT_DIR) {
-            callback(path.append(entry->d_name), attributeName);
-        } else if (!isSelfOrParent(entry->d_name)) {
-            walkDirectoryIn(path.append(entry->d_name), attributeName, callback);
+    void run() {
+        const UniqueFd directory = openDirectory(AT_FDCWD, path.c_str(), 0);
+        EntryStatus status;
+        if (const int reason = directory ? lookAt(directory.get(), "", status) : errno) {
+            tellFailure(reason);
+            return;
         }
-        path.resize(prefixLength);
+        fileSystems.beginOn(status.device);
+        callback(path, attributeName);
+        readEntries({directory.get(), status.device, fileSystems});
     }
-    const int reason = errno;
-    path.resize(ownLength);
-    if (reason != 0) {  // the rest of the directory could not be read
+
+ private:
+    void tellFailure(int reason) const {
         printLine("%s opendir error: %s", path.c_str(), std::strerror(reason));
     }
+
+    void descend(const WalkedDirectory& parent, const char* name) {
+        EntryStatus status;
+        int reason = path.size() < PATH_MAX ? fileSystems.look(parent.descriptor, parent.device, name, status)
+                                            : ENAMETOOLONG;
+        UniqueFd descriptor;
+        if (reason == 0) {
+            descriptor = openDirectory(parent.descriptor, name, O_NOFOLLOW);
+            // Something may have been mounted over it meanwhile.
+            reason = descriptor ? fileSystems.look(descriptor.get(), parent.device, "", status) : errno;
+        }
+        if (reason != 0) {
+            tellFailure(reason);
+            return;
+        }
+        const WalkedDirectory directory{descriptor.get(), status.device, fileSystems};
+        callback({path, directory, ""}, attributeName);
+        readEntries(directory);
+    }
+
+    void readEntries(const WalkedDirectory& directory) {
+        const size_t ownLength = path.size();
+        if (path.back() != '/') {
+            path.push_back('/');
+        }
+        const size_t prefixLength = path.size();
+        DirectoryEntries entries(directory.descriptor);
+        while (const dirent64* entry = entries.next()) {
+            if (entry->d_type != DT_DIR) {
+                callback({path.append(entry->d_name), directory, entry->d_name}, attributeName);
+            } else if (!isSelfOrParent(entry->d_name)) {
+                path.append(entry->d_name);
+                descend(directory, entry->d_name);
+            }
+            path.resize(prefixLength);
+        }
+        path.resize(ownLength);
+        if (entries.failure() != 0) {  // the rest of the directory could not be read
+            tellFailure(entries.failure());
+        }
+    }
+
+    std::string path;  // grows by a component on the way down and shrinks again
+    const std::string& attributeName;
+    const FileCallback& callback;
+    FileSystems fileSystems;
+};
+
+// 0, or errno.
+int removeAttribute(const LabelledFile& file, const std::string& attributeName) {
+    const char* attribute = attributeName.c_str();
+    if (file.failure != 0) {
+        return file.failure;
+    }
+    const int result = file.directory != AT_FDCWD ? removeAttributeAt(file.directory, file.name, attribute)
+                       : file.noDereference       ? lremovexattr(file.name, attribute)
+                                                  : removexattr(file.name, attribute);
+    return result == 0 ? 0 : errno;
 }
 
 }  // namespace
 
-int showLabel(const std::string& path, const std::string& attributeName) {
-    if (path.empty() || attributeName.empty()) {
+int showLabel(const WalkedFile& file, const std::string& attributeName) {
+    if (file.path.empty() || attributeName.empty()) {
         printLine("filename or attr_name is empty!");
         return 0;
     }
     Label label;
-    if (label.getFromXattr(path, noDereference) != 0) {
+    const ReachedFile reached(file, ReachedFile::Target::kMustExist);
+    if (getFromXattr(label, reached.file()) != 0) {
         printLine("get file label failed, ");
         return 0;
     }
-    printLine("file: %s label: %s", path.c_str(), label.toString().c_str());
+    printLine("file: %s label: %s", file.path.c_str(), label.toString().c_str());
     return 1;
 }
 
-int removeLabel(const std::string& path, const std::string& attributeName) {
-    const auto remove = noDereference ? lremovexattr : removexattr;
-    if (remove(path.c_str(), attributeName.c_str()) != 0) {
+int removeLabel(const WalkedFile& file, const std::string& attributeName) {
+    const ReachedFile reached(file, ReachedFile::Target::kAny);
+    if (const int reason = removeAttribute(reached.file(), attributeName)) {
         // Names lremovexattr whichever call it was.
-        printLine("remove file label from xattr error, %s lremovexattr failed, %s", path.c_str(),
-                  std::strerror(errno));
+        printLine("remove file label from xattr error, %s lremovexattr failed, %s", file.path.c_str(),
+                  std::strerror(reason));
         return 0;
     }
     return 1;
@@ -101,12 +155,11 @@ void walkPattern(const std::string& pattern, const std::string& attributeName, c
         } else if (recursive && S_ISDIR(status.st_mode)) {
             walkDirectory(match, attributeName, callback);
         } else {
-            callback(match, attributeName);
+            callback(std::string(match), attributeName);
         }
     }
 }
 
 void walkDirectory(const std::string& path, const std::string& attributeName, const FileCallback& callback) {
-    std::string buffer = path;
-    walkDirectoryIn(buffer, attributeName, callback);
+    Walk(path, attributeName, callback).run();
 }

@@ -1,10 +1,15 @@
+#include "label/label_xattr.h"
+
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <vector>
 
+#include "base/attribute_at.h"
 #include "label/label.h"
 #include "label/label_error.h"
 #include "log/logger.h"
@@ -12,28 +17,39 @@
 namespace {
 
 // Follows links even for callers that do not: a dangling link counts as a missing file.
-void requireExists(const std::string& path) {
-    const std::filesystem::file_type type = std::filesystem::status(path).type();
-    if (type == std::filesystem::file_type::not_found || type == std::filesystem::file_type::none) {
+int lookAtTarget(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? 0 : errno;
+}
+
+void requireExists(const std::string& path, int failure) {
+    if (failure == ENOENT || failure == ENOTDIR) {
         throw LabelError("File does not exist: ", 4);
+    }
+    if (failure != 0) {
+        throw std::filesystem::filesystem_error("status", path,
+                                                std::error_code(failure, std::generic_category()));
     }
 }
 
-ssize_t readAttribute(const std::string& path, bool noDereference, void* buffer, size_t size) {
-    return noDereference ? lgetxattr(path.c_str(), kLabelAttribute, buffer, size)
-                         : getxattr(path.c_str(), kLabelAttribute, buffer, size);
+ssize_t readAttribute(const LabelledFile& file, void* buffer, size_t size) {
+    if (file.directory != AT_FDCWD) {
+        return getAttributeAt(file.directory, file.name, kLabelAttribute, buffer, size);
+    }
+    return file.noDereference ? lgetxattr(file.name, kLabelAttribute, buffer, size)
+                              : getxattr(file.name, kLabelAttribute, buffer, size);
 }
 
 }  // namespace
 
-int Label::getFromXattr(const std::string& path, const bool& noDereference) {
+int getFromXattr(Label& label, const LabelledFile& file) {
     try {
-        requireExists(path);
-        const ssize_t probed = readAttribute(path, noDereference, nullptr, 0);
+        requireExists(file.path, file.failure);
+        const ssize_t probed = readAttribute(file, nullptr, 0);
         if (probed < 0) {
             const int reason = errno;
             if (reason == ENODATA) {
-                ZORV_LOG(debug, "Extended attribute not found: %s", path.c_str());
+                ZORV_LOG(debug, "Extended attribute not found: %s", file.path.c_str());
             } else {
                 ZORV_LOG(debug, "Failed to get extended attribute size: %s", std::strerror(reason));
             }
@@ -43,7 +59,7 @@ int Label::getFromXattr(const std::string& path, const bool& noDereference) {
             throw LabelError(std::string("Extended attribute is empty: ") + kLabelAttribute, 6);
         }
         std::vector<unsigned char> value(static_cast<size_t>(probed));
-        const ssize_t got = readAttribute(path, noDereference, value.data(), value.size());
+        const ssize_t got = readAttribute(file, value.data(), value.size());
         if (got < 0) {
             const int reason = errno;
             throw LabelError(std::string("Failed to read extended attribute: ") + std::strerror(reason), 5);
@@ -51,19 +67,23 @@ int Label::getFromXattr(const std::string& path, const bool& noDereference) {
         if (got != probed) {
             throw LabelError("Size mismatch when reading extended attribute", 5);
         }
-        deserializeFromBuffer(value.data(), value.size());
+        label.deserializeFromBuffer(value.data(), value.size());
         return 0;
     } catch (const LabelError& failure) {
-        ZORV_LOG(error, "LabelError: %s: %s", failure.what(), path.c_str());
+        ZORV_LOG(error, "LabelError: %s: %s", failure.what(), file.path.c_str());
     } catch (const std::exception& failure) {
-        ZORV_LOG(error, "exception: %s: %s", failure.what(), path.c_str());
+        ZORV_LOG(error, "exception: %s: %s", failure.what(), file.path.c_str());
     }
     return -1;
 }
 
+int Label::getFromXattr(const std::string& path, const bool& noDereference) {
+    return ::getFromXattr(*this, {AT_FDCWD, path.c_str(), noDereference, path, lookAtTarget(path)});
+}
+
 int Label::setToXattr(const std::string& path, const bool& noDereference) const {
     try {
-        requireExists(path);
+        requireExists(path, lookAtTarget(path));
         std::vector<unsigned char> value(serializedBufferSize());
         const unsigned long used = serializeToBuffer(value.data(), value.size());
         if (used == 0) {

@@ -1,21 +1,28 @@
 #include "log/logger.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 #include <log4cpp/Category.hh>
 #include <log4cpp/FileAppender.hh>
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/PropertyConfigurator.hh>
 
+#include "base/handles.h"
 #include "base/trimmed.h"
 
 namespace {
@@ -40,6 +47,28 @@ void configureFallback(log4cpp::Category& root) {
     root.addAppender(appender.release());
 }
 
+// A tab does no harm.
+bool isControl(unsigned char byte) {
+    return (byte < 0x20 && byte != '\t') || byte == 0x7f;
+}
+
+// With control characters as a backslash and three octal digits: names that are logged
+// come from others, and must neither make lines of their own nor drive a terminal.
+std::string escaped(const char* message) {
+    std::string text;
+    for (; *message != '\0'; ++message) {
+        const auto byte = static_cast<unsigned char>(*message);
+        if (isControl(byte)) {
+            std::array<char, 5> code{};
+            std::snprintf(code.data(), code.size(), "\\%03o", byte);
+            text.append(code.data());
+        } else {
+            text.push_back(*message);
+        }
+    }
+    return text;
+}
+
 void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority, const char* tag, int line,
                   const char* format, va_list arguments) {
     if (!category.isPriorityEnabled(priority)) {
@@ -50,15 +79,52 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
 
     // log4cpp grows its buffer for ever over a format that cannot be formatted, such as
     // one cut inside a conversion.
-    va_list probe;
-    va_copy(probe, arguments);
-    const int length = std::vsnprintf(nullptr, 0, prefixed.data(), probe);
-    va_end(probe);
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(nullptr, 0, prefixed.data(), copy);
+    va_end(copy);
     if (length < 0) {
-        category.log(priority, std::string(prefixed.data()));
+        category.log(priority, escaped(prefixed.data()));
         return;
     }
-    category.logva(priority, prefixed.data(), arguments);
+    std::string message(static_cast<size_t>(length), '\0');
+    va_copy(copy, arguments);
+    std::vsnprintf(message.data(), message.size() + 1, prefixed.data(), copy);
+    va_end(copy);
+    if (std::any_of(message.begin(), message.end(), isControl)) {
+        category.log(priority, escaped(message.c_str()));
+    } else {
+        category.logva(priority, prefixed.data(), arguments);
+    }
+}
+
+// log4cpp makes a file, at rolling too, with the appender's own mode.
+void setAppenderModes(mode_t mode) {
+    const std::unique_ptr<std::vector<log4cpp::Category*>> categories(
+        log4cpp::Category::getCurrentCategories());
+    for (log4cpp::Category* category : *categories) {
+        for (log4cpp::Appender* appender : category->getAllAppenders()) {
+            if (auto* toFile = dynamic_cast<log4cpp::FileAppender*>(appender)) {
+                toFile->setMode(mode);
+            }
+        }
+    }
+}
+
+// log4cpp opens its files in a way that programs which are run would have them, too.
+void keepFromPrograms(const std::set<std::string>& paths) {
+    const UniqueDir descriptors(opendir("/proc/self/fd"));
+    while (const dirent* entry = descriptors ? readdir(descriptors.get()) : nullptr) {
+        const int descriptor = std::atoi(entry->d_name);
+        struct stat open {};
+        for (const std::string& path : paths) {
+            struct stat file {};
+            if (descriptor > STDERR_FILENO && fstat(descriptor, &open) == 0 &&
+                stat(path.c_str(), &file) == 0 && open.st_dev == file.st_dev && open.st_ino == file.st_ino) {
+                fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+            }
+        }
+    }
 }
 
 std::string_view trimBlanks(std::string_view text) {
@@ -94,12 +160,15 @@ Logger::Logger() : root(&log4cpp::Category::getRoot()) {
         log4cpp::PropertyConfigurator::configure(kConfigPath);
         if (!paths.empty()) {
             setLogFilesPermissions(paths, kConfiguredLogMode);
+            setAppenderModes(kConfiguredLogMode);
+            keepFromPrograms(paths);
         }
         log4cpp::Category& always = log4cpp::Category::getInstance(kAlwaysCategory);
         always.setAdditivity(false);
         categories[kAlwaysCategory] = &always;
     } catch (const std::runtime_error&) {
         configureFallback(*root);
+        keepFromPrograms({kFallbackLogPath});
     }
     errno = callersReason;
 }
@@ -163,7 +232,12 @@ std::set<std::string> Logger::getLogFilePathsFromConfig(const std::string& confi
 
 void Logger::setLogFilesPermissions(const std::set<std::string>& paths, unsigned int mode) {
     for (const std::string& path : paths) {
-        if (chmod(path.c_str(), mode) != 0 && errno != ENOENT) {
+        struct stat status {};
+        const bool isThere = stat(path.c_str(), &status) == 0;
+        if (isThere && !S_ISREG(status.st_mode)) {
+            continue;  // a directory's or a device's mode is not the log's
+        }
+        if ((!isThere || chmod(path.c_str(), mode) != 0) && errno != ENOENT) {
             std::fprintf(stderr, "chmod failed for %s: %s\n", path.c_str(), std::strerror(errno));
         }
     }

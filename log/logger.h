@@ -25,8 +25,10 @@ class Category;
 // Level calls take the caller's tag (by convention its function name), a line and a
 // printf format with its arguments, and log "[tag:line] text". The tag, the line and the
 // *format* are joined first, cut at 1,023 bytes, and the result is the format of the
-// second and final formatting: a '%' in the tag is a conversion. A level that the root
-// category filters out costs one comparison and formats nothing.
+// second and final formatting: a '%' in the tag is a conversion. A control character of
+// the result, other than a tab, is logged as a backslash and three octal digits, so that
+// a message is one line whatever names it holds. A level that the root category filters
+// out costs one comparison and formats nothing.
 class ZORV_API Logger {
  public:
     static Logger& getInstance();
@@ -55,8 +57,9 @@ class ZORV_API Logger {
     // file that cannot be opened gives "Failed to open config file: PATH" on standard
     // error and the empty set.
     static std::set<std::string> getLogFilePathsFromConfig(const std::string& configPath);
-    // Applies mode to each file, in order. A missing file is passed over; any other
-    // failure is one line on standard error ("chmod failed for PATH: REASON").
+    // Applies mode to each file, in order. What is missing, or is no regular file, is
+    // passed over; any other failure is one line on standard error ("chmod failed for
+    // PATH: REASON").
     static void setLogFilesPermissions(const std::set<std::string>& paths, unsigned int mode);
 
  private:

@@ -10,7 +10,7 @@ log log/ base/
 msg msg/ base/
 common common/ log/ base/
 label label/ log/ base/
-cli cli/ base/ label/label.h common/sm3_hash.h
+cli cli/ base/ label/label.h label/label_xattr.h common/sm3_hash.h
 '
 rooms='model files store policy feed change scan port'
 outside='label/ common/ log/ base/ cli/label_manager.h'

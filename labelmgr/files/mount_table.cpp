@@ -1,88 +1,11 @@
 #include "labelmgr/files/mount_table.h"
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-
 #include "labelmgr/model/operation_error.h"
 
-namespace {
-
-constexpr const char* kMounts = "/proc/self/mountinfo";
-
-constexpr std::string_view kPseudo[] = {
-    "autofs",     "binder",    "binfmt_misc", "bpf",      "cgroup",     "cgroup2", "configfs",
-    "cpuset",     "debugfs",   "devpts",      "efivarfs", "functionfs", "fusectl", "hugetlbfs",
-    "mqueue",     "nfsd",      "nsfs",        "proc",     "pstore",     "resctrl", "rpc_pipefs",
-    "securityfs", "selinuxfs", "smackfs",     "sysfs",    "tracefs",    "xenfs",
-};
-
-constexpr std::string_view kRemote[] = {
-    "9p",   "afs",    "beegfs", "ceph", "cifs", "coda",  "fuse", "fuseblk", "gfs2",
-    "gpfs", "lustre", "ncpfs",  "nfs",  "nfs4", "ocfs2", "smb3", "smbfs",   "virtiofs",
-};
-
-template <size_t Count>
-bool isOneOf(const std::string_view (&types)[Count], std::string_view type) {
-    return std::find(std::begin(types), std::end(types), type) != std::end(types);
-}
-
-}  // namespace
-
-FileSystemKind kindOfFileSystem(std::string_view type) {
-    const std::string_view family = type.substr(0, type.find('.'));  // "fuse.name" is FUSE
-    if (isOneOf(kPseudo, family)) {
-        return FileSystemKind::kPseudo;
-    }
-    return isOneOf(kRemote, family) ? FileSystemKind::kRemote : FileSystemKind::kLocal;
-}
-
-// "36 35 98:0 /root /mount-point options optional-fields - type source options", with
-// blanks in names escaped.
-std::map<dev_t, FileSystemKind> parseMounts(const std::string& mountinfo) {
-    std::map<dev_t, FileSystemKind> kinds;
-    std::istringstream lines(mountinfo);
-    for (std::string line; std::getline(lines, line);) {
-        const size_t separator = line.find(" - ");
-        std::istringstream head(line.substr(0, separator));
-        std::string id;
-        unsigned int major = 0;
-        unsigned int minor = 0;
-        char colon = 0;
-        if (separator == std::string::npos || !(head >> id >> id >> major >> colon >> minor) ||
-            colon != ':') {
-            continue;
-        }
-        const std::string_view tail = std::string_view(line).substr(separator + 3);
-        kinds[makedev(major, minor)] = kindOfFileSystem(tail.substr(0, tail.find(' ')));
-    }
-    return kinds;
-}
-
 FileSystemKind kindOfDevice(dev_t device) {
-    std::ifstream file(kMounts);
-    if (!file) {
-        throw OperationError(std::string(kMounts) + ": " + std::strerror(errno));
+    const std::optional<FileSystemKind> kind = MountTable().kindOf(device);
+    if (!kind) {
+        throw systemError(MountTable::kPath);
     }
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    const std::map<dev_t, FileSystemKind> kinds = parseMounts(text);
-    const auto found = kinds.find(device);
-    return found != kinds.end() ? found->second : FileSystemKind::kLocal;
-}
-
-int lookAt(int directory, const char* name, EntryStatus& status) {
-    constexpr int kFlags = AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-    struct statx answer {};
-    if (statx(directory, name, kFlags, STATX_TYPE | STATX_MODE | STATX_INO, &answer) != 0) {
-        return errno;
-    }
-    status = {makedev(answer.stx_dev_major, answer.stx_dev_minor), answer.stx_ino, answer.stx_mode};
-    return 0;
+    return *kind;
 }

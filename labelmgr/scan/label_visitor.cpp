@@ -7,7 +7,7 @@
 #include <string_view>
 #include <sys/stat.h>
 
-#include "labelmgr/files/attribute_at.h"
+#include "base/attribute_at.h"
 #include "labelmgr/files/label_bytes.h"
 #include "labelmgr/files/mount_table.h"
 #include "labelmgr/model/operation_error.h"

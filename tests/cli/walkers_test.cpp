@@ -1,14 +1,23 @@
+#include <algorithm>
+#include <atomic>
 #include <climits>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/mount.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/handles.h"
 #include "cli/label_walkers.h"
+#include "cli/link_target.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
@@ -52,6 +61,90 @@ class Walkers : public testing::Test {
 
     const TemporaryTree tree;
 };
+
+// A tree "in" whose directory "d" can be exchanged for a link "l" that leads outside,
+// where files of the same names have label 9.
+class SwappedWalkers : public Walkers {
+ protected:
+    SwappedWalkers() {
+        for (int i = 0; i < 30; ++i) {
+            tree.file("in/d/e/f" + std::to_string(i));
+            label(tree.file("out/e/f" + std::to_string(i)), '9');
+        }
+        tree.link("in/l", "../out");
+    }
+
+    void swap() const { renameat2(AT_FDCWD, directory.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE); }
+
+    // Of the recursive removal or show of the tree, which must not reach outside.
+    void expectNoVictim(const std::string& action, const std::function<void()>& prepare = {}) const {
+        const RunResult run = runToolWithFake({"-H", "-R", action, "-l", tree.path("in")}, "",
+                                              {{{"ASAN_OPTIONS", "detect_leaks=0"}}, prepare});
+        EXPECT_THAT(shortened(run.out), testing::Not(testing::HasSubstr("9 @"))) << action;
+        for (int i = 0; i < 30; ++i) {
+            ASSERT_NE(labelAttribute(tree.path("out/e/f" + std::to_string(i))), "none") << action << i;
+        }
+    }
+
+    const std::string directory = tree.path("in/d");
+    const std::string link = tree.path("in/l");
+};
+
+// Has another process stop this one at its system calls from its first reading of a
+// directory on, and act at one of them.
+void actAtCall(int number, const std::function<void()>& act) {
+    int ready[2];
+    require(pipe2(ready, O_CLOEXEC) == 0);
+    const pid_t traced = getpid();
+    if (fork() != 0) {
+        char byte = 0;
+        require(read(ready[0], &byte, 1) == 1);
+        return;
+    }
+    ptrace(PTRACE_SEIZE, traced, nullptr, PTRACE_O_TRACESYSGOOD);
+    ptrace(PTRACE_INTERRUPT, traced, nullptr, nullptr);
+    require(write(ready[1], "", 1) == 1);
+    bool reads = false;
+    for (int status = 0; waitpid(traced, &status, __WALL) == traced && WIFSTOPPED(status);) {
+        __ptrace_syscall_info call{};
+        ptrace(PTRACE_GET_SYSCALL_INFO, traced, sizeof(call), &call);
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY) {
+            reads = reads || call.entry.nr == SYS_getdents64;
+            if (reads && number-- == 0) {
+                act();
+            }
+        }
+        ptrace(PTRACE_SYSCALL, traced, nullptr, nullptr);
+    }
+    _exit(0);
+}
+
+// A mount of FUSE with nobody behind it who would answer.
+class SilentMount {
+ public:
+    SilentMount(std::string at, const std::string& rootMode) : path(std::move(at)) {
+        const std::string options =
+            "fd=" + std::to_string(server.get()) + ",rootmode=" + rootMode + ",user_id=0,group_id=0";
+        require(mount("silence", path.c_str(), "fuse", 0, options.c_str()) == 0, path);
+    }
+    ~SilentMount() { umount2(path.c_str(), MNT_DETACH); }
+    SilentMount(const SilentMount&) = delete;
+    SilentMount& operator=(const SilentMount&) = delete;
+
+ private:
+    const std::string path;
+    const UniqueFd server{open("/dev/fuse", O_RDWR | O_CLOEXEC)};
+};
+
+std::string sorted(const std::string& text) {
+    Lines lines = split(text, "\n");
+    std::sort(lines.begin(), lines.end());
+    std::string joined;
+    for (const std::string& line : lines) {
+        joined += line.empty() ? "" : line + '\n';
+    }
+    return joined;
+}
 
 }  // namespace
 
@@ -172,4 +265,119 @@ TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {
                   closed == STDOUT_FILENO ? 1 : 0);
     }
     EXPECT_EQ(fileContent("/var/log/zorv/zorv_label_manager.log"), "");
+}
+
+TEST_F(SwappedWalkers, StayInTheTreeWhateverIsExchanged) {
+    std::atomic<int> exchanges = 0;
+    std::jthread swapper([&](const std::stop_token& stop) {
+        for (; !stop.stop_requested(); ++exchanges) {
+            swap();
+        }
+    });
+    while (exchanges < 500000 && !HasFailure()) {
+        expectNoVictim("-g");
+        expectNoVictim("-d");
+    }
+}
+
+TEST_F(SwappedWalkers, StayInTheTreeAtEachSystemCall) {
+    for (const char* action : {"-g", "-d"}) {
+        int number = 0;
+        for (bool wasSwapped = true; wasSwapped && !HasFailure(); ++number) {
+            expectNoVictim(action, [&] { actAtCall(number, [&] { swap(); }); });
+            wasSwapped = std::filesystem::is_symlink(directory);
+            if (wasSwapped) {
+                swap();
+            }
+        }
+        EXPECT_GT(number, 30) << action;
+    }
+}
+
+TEST_F(Walkers, LeaveAloneWhatMayNotAnswer) {
+    label(tree.directory("t"), '1');
+    label(tree.file("t/local"), '2');
+    label(tree.link("t/to", tree.path("t/local")), '3');
+    label(tree.link("t/into", tree.path("t/mount/none")), '4');
+    tree.link("t/onto", "./../t/file");
+    tree.link("t/twice", "onto");
+    const SilentMount directory(tree.directory("t/mount"), "40000");
+    const SilentMount file(tree.file("t/file"), "100000");
+    constexpr const char* kTable = R"(
+-g | 1 @/t\n2 @/t/local\n2 @/t/to\n@/t/mount opendir error: Object is remote\nget file label failed, \nget file label failed, \nget file label failed, \nget file label failed, \n
+-H -g | 1 @/t\n2 @/t/local\n3 @/t/to\n4 @/t/into\n@/t/mount opendir error: Object is remote\nget file label failed, \nget file label failed, \nget file label failed, \n
+-H -d | ================================\n@/t/mount opendir error: Object is remote\nremove file label from xattr error, @/t/file lremovexattr failed, Object is remote\nremove file label from xattr error, @/t/onto lremovexattr failed, No data available\nremove file label from xattr error, @/t/twice lremovexattr failed, No data available\n
+)";
+    for (const Lines& cells : readTable(kTable, 2)) {
+        Lines words = split(cells[0] + " -R -l " + tree.path("t"), " ");
+        const RunResult run = runToolWithFake(words, "", {{}, [] { alarm(5); }});
+        EXPECT_EQ(sorted(shortened(run.out)), cells[1]) << cells[0];
+        EXPECT_EQ(run.status, 0);
+    }
+}
+
+TEST_F(Walkers, FindTheTargetThatTheKernelFinds) {
+    tree.file("dir/file");
+    constexpr const char* kTargets = R"(
+nowhere
+dir
+dir/
+dir/./../dir//file
+dir/file/
+dir/file/.
+self
+other
+there
+there/file
+@/there/file/
+@/back
+@/forth
+@
+/
+//
+/..
+/etc/../etc//passwd
+/etc/passwd/x
+/etc/none/x
+/dev/null
+/proc/self/exe
+/proc/self/cwd/..
+/proc/self/root/@/dir
+/proc/mounts
+/proc/self/none
+)";
+    tree.link("self", "self");
+    tree.link("back", tree.path("forth"));
+    tree.link("forth", tree.path("back"));
+    tree.link("there", tree.path("dir"));
+    std::vector<std::string> targets = {std::string(300, 'x'), "/" + std::string(300, 'x')};
+    for (const Lines& cells : readTable(kTargets, 1)) {
+        targets.push_back(replaceAll(cells[0], "@", tree.path()));
+    }
+    const UniqueFd directory(open(tree.path().c_str(), O_RDONLY | O_CLOEXEC));
+    EntryStatus holder;
+    ASSERT_EQ(lookAt(directory.get(), "", holder), 0);
+    FileSystems fileSystems;
+    fileSystems.beginOn(holder.device);
+    for (const std::string& text : targets) {
+        std::filesystem::remove(tree.path("link"));
+        struct stat expected {};
+        struct stat found {};
+        const int reason = stat(tree.link("link", text).c_str(), &expected) == 0 ? 0 : errno;
+        UniqueFd target;
+        EXPECT_EQ(openLinkTarget(fileSystems, directory.get(), holder.device, "link", target), reason)
+            << text;
+        if (reason == 0 && fstat(target.get(), &found) == 0) {
+            EXPECT_EQ(std::pair(found.st_dev, found.st_ino), std::pair(expected.st_dev, expected.st_ino))
+                << text;
+        }
+    }
+}
+
+TEST_F(Walkers, PutNamesOnOneLineOfTheLog) {
+    tree.directory("t");
+    tree.link("t/a\nERROR forged\x1b[2J", "nowhere");
+    runToolWithFake({"-R", "-g", "-l", tree.path("t")});
+    EXPECT_EQ(replaceAll(shortened(fileContent(kLog)), ":[0-9]+\\]", "]"),
+              "ERROR [getFromXattr] LabelError: File does not exist: : @/t/a\\012ERROR forged\\033[2J\n");
 }

@@ -71,7 +71,8 @@ TEST_F(LoggerTest, IsConfiguredByTheProperties) {
                                 appender("main") + appender("always"));
     const std::string bad = tree.file("main", "earlier\n") + "/below";
     putFile(kLogProperties, fileContent(kLogProperties) + "log4cpp.appender.main.x.fileName=" + bad +
-                                "\nlog4cpp.appender.main.y.fileName=" + tree.path("missing"));
+                                "\nlog4cpp.appender.main.y.fileName=" + tree.path("missing") +
+                                "\nlog4cpp.appender.main.z.fileName=" + tree.directory("directory"));
     chmod(tree.path("main").c_str(), 0600);
     const RunResult run = withLogger([](Logger& logger) {
         logger.debug("t", 1, "filtered");
@@ -86,6 +87,48 @@ TEST_F(LoggerTest, IsConfiguredByTheProperties) {
     EXPECT_EQ(fileContent(tree.path("always")), "INFO [t:6] always\n");
     EXPECT_EQ(fs::status(tree.path("main")).permissions(), fs::perms{0640});
     EXPECT_EQ(fs::status(tree.path("always")).permissions(), fs::perms{0640});
+    EXPECT_EQ(fs::status(tree.path("directory")).permissions(), fs::perms{0755});
+}
+
+TEST_F(LoggerTest, KeepsTheModeOfFilesMadeByRolling) {
+    std::string properties = fileContent(TESTS_DIRECTORY "/../packaging/etc/zorv-label-log.properties");
+    properties = replaceAll(properties, "fileName=.*", "fileName=" + tree.path("log"));
+    putFile(kLogProperties, replaceAll(properties, "maxFileSize=.*", "maxFileSize=100"));
+    withLogger([](Logger& logger) {
+        for (int line = 0; line < 4; ++line) {
+            logger.error("t", line, "%s", std::string(100, 'x').c_str());
+        }
+    });
+    const RunResult open = withLogger([](Logger& logger) {  // and from programs that are run
+        logger.error("t", 1, "first");
+        static_cast<void>(std::system("ls -l /proc/self/fd"));
+    });
+    EXPECT_EQ(open.out.find(tree.path()), std::string::npos) << open.out;
+    for (const char* name : {"log", "log.1", "log.2"}) {
+        EXPECT_EQ(fs::status(tree.path(name)).permissions(), fs::perms{0640}) << name;
+    }
+}
+
+TEST_F(LoggerTest, PutsWhatItIsGivenOnOneLine) {
+    constexpr const char* kTable = R"(
+a\x0aERROR [t:9] forged\x0d | a\012ERROR [t:9] forged\015
+\x01\x1b[2J\x1f\x7f\x09. | \001\033[2J\037\177\x09.
+\xc3\xa9\x80 ~%s\012 | \xc3\xa9\x80 ~%s\012
+)";
+    const std::string properties = tree.file("p", "log4cpp.rootCategory=ERROR, main\n" + appender("main"));
+    std::string expected;
+    const std::string longText(1100, 'x');
+    for (const Lines& cells : readTable(kTable, 2)) {
+        expected += "ERROR [t:1] " + unescape(cells[1]) + longText + '\n';
+    }
+    runInChild([&] {
+        Logger logger(properties);
+        for (const Lines& cells : readTable(kTable, 2)) {
+            logger.error("t", 1, "%s%s", unescape(cells[0]).c_str(), longText.c_str());
+        }
+        return 0;
+    });
+    EXPECT_EQ(fileContent(tree.path("main")), expected);
 }
 
 TEST_F(LoggerTest, FormatsInTwoStagesFromAnyProperties) {

@@ -1,7 +1,8 @@
-#include "labelmgr/files/attribute_at.h"
+#include "base/attribute_at.h"
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -9,18 +10,18 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "base/handles.h"
-
 namespace {
 
 // Linux 6.13 has calls that take a directory and a name. Where the C library does not
 // know them yet, these are their numbers on every architecture but Alpha.
-#ifdef SYS_setxattrat
+#ifdef SYS_getxattrat
 constexpr long kSetXattrAt = SYS_setxattrat;
 constexpr long kGetXattrAt = SYS_getxattrat;
+constexpr long kRemoveXattrAt = SYS_removexattrat;
 #else
 constexpr long kSetXattrAt = 463;
 constexpr long kGetXattrAt = 464;
+constexpr long kRemoveXattrAt = 466;
 #endif
 
 struct XattrArguments {
@@ -35,12 +36,6 @@ long getByName(int directory, const char* name, const char* attribute, void* buf
                    sizeof(arguments));
 }
 
-long setByName(int directory, const char* name, const char* attribute, const void* bytes, size_t size) {
-    XattrArguments arguments{reinterpret_cast<uintptr_t>(bytes), static_cast<uint32_t>(size), 0};
-    return syscall(kSetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, attribute, &arguments,
-                   sizeof(arguments));
-}
-
 // A sandbox may refuse calls that it does not know with EPERM.
 bool kernelHasCalls() {
     static const bool has = getByName(AT_FDCWD, "/", "security.none", nullptr, 0) >= 0 ||
@@ -48,16 +43,13 @@ bool kernelHasCalls() {
     return has;
 }
 
-// Elsewhere a descriptor of the entry itself stands for it; /proc leads from its number
-// to it and nowhere else.
-struct PinnedEntry {
-    PinnedEntry(int directory, const char* name)
-        : descriptor(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC)) {
-        std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", descriptor.get());
+// Elsewhere /proc leads from the directory's number to it and nowhere else.
+struct NameInProc {
+    NameInProc(int directory, const char* name) {
+        std::snprintf(path.data(), path.size(), "/proc/self/fd/%d/%s", directory, name);
     }
 
-    UniqueFd descriptor;
-    std::array<char, 32> path{};
+    std::array<char, 32 + NAME_MAX> path;
 };
 
 }  // namespace
@@ -69,8 +61,7 @@ ssize_t getAttributeAt(int directory, const char* name, const char* attribute, v
     if (kernelHasCalls()) {
         return getByName(directory, name, attribute, buffer, size);
     }
-    const PinnedEntry entry(directory, name);
-    return entry.descriptor ? getxattr(entry.path.data(), attribute, buffer, size) : -1;
+    return lgetxattr(NameInProc(directory, name).path.data(), attribute, buffer, size);
 }
 
 int setAttributeAt(int directory, const char* name, const char* attribute, const void* bytes, size_t size) {
@@ -78,8 +69,19 @@ int setAttributeAt(int directory, const char* name, const char* attribute, const
         return fsetxattr(directory, attribute, bytes, size, 0);
     }
     if (kernelHasCalls()) {
-        return static_cast<int>(setByName(directory, name, attribute, bytes, size));
+        XattrArguments arguments{reinterpret_cast<uintptr_t>(bytes), static_cast<uint32_t>(size), 0};
+        return static_cast<int>(syscall(kSetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, attribute,
+                                        &arguments, sizeof(arguments)));
     }
-    const PinnedEntry entry(directory, name);
-    return entry.descriptor ? setxattr(entry.path.data(), attribute, bytes, size, 0) : -1;
+    return lsetxattr(NameInProc(directory, name).path.data(), attribute, bytes, size, 0);
+}
+
+int removeAttributeAt(int directory, const char* name, const char* attribute) {
+    if (*name == '\0') {
+        return fremovexattr(directory, attribute);
+    }
+    if (kernelHasCalls()) {
+        return static_cast<int>(syscall(kRemoveXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, attribute));
+    }
+    return lremovexattr(NameInProc(directory, name).path.data(), attribute);
 }

@@ -20,6 +20,7 @@
 #include "labelmgr/port/process_context.h"
 #include "labelmgr/store/store.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/manager.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
@@ -43,16 +44,6 @@ std::string listedTids() {
     }
     std::free(records);
     return list;
-}
-
-// 0xdead when there is none.
-uint32_t tidOf(const std::string& path) {
-    uint32_t tid = 0;
-    return getFileTid(path.c_str(), &tid) == 0 ? tid : 0xdead;
-}
-
-void shell(const std::string& script) {
-    require(std::system(script.c_str()) == 0, script);
 }
 
 // A program in front of the others, for as long as the object lives.
@@ -85,10 +76,7 @@ TEST_F(Changes, TellTheNextCommandTheTruth) {
     ASSERT_EQ(subscribeLabelChangeMsg(listener, ""), 0);
     EXPECT_EQ(setFileTid(file.c_str(), 1, 0) + setFileTid(file.c_str(), 1, 0) + setPkgId("end", 1), 0);
     for (int i = 0; i < 2; ++i) {  // the present value is told, too
-        char* message = nullptr;
-        ASSERT_EQ(recvLabelChangeMsg(listener, &message), 0);
-        EXPECT_EQ(message, "file set_tid " + file + " 00000001");
-        std::free(message);
+        EXPECT_EQ(nextMessage(listener), "file set_tid " + file + " 00000001");
     }
     struct stat status {};
     ASSERT_EQ(stat(stateDirectory().c_str(), &status), 0);
@@ -169,10 +157,7 @@ TEST_F(Changes, DeriveWhatFilesAndPackagesSay) {
 TEST_F(Changes, OutliveAFullAndAReadOnlyDisk) {
     const std::string file = tree.file("file");
     for (const char* blockSize : {"1024", "4096"}) {
-        const std::string image = tree.path("image");
-        shell("truncate -s 4M " + image + " && mkfs.ext4 -q -F -O ^has_journal -b " + blockSize + " " +
-              image + " && mkdir -p " + stateDirectory() + " && mount -o loop " + image + " " +
-              stateDirectory() + " && chmod 700 " + stateDirectory());
+        const SmallDisk disk(stateDirectory(), std::string("-O ^has_journal -b ") + blockSize);
         ASSERT_EQ(setFileTid(file.c_str(), 1, 0), 0);
         shell("dd if=/dev/zero of=" + stateDirectory() + "/full bs=1k 2>/dev/null; [ -f " + stateDirectory() +
               "/full ]");
@@ -189,8 +174,6 @@ TEST_F(Changes, OutliveAFullAndAReadOnlyDisk) {
             EXPECT_NE(setFileTid(file.c_str(), 2, 0), 0);
             EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11") << journal;
         }
-        shell("umount " + stateDirectory());
-        std::filesystem::remove(image);
     }
 }
 
@@ -299,9 +282,7 @@ TEST_F(Changes, ReachListenersAtOnceAndInFull) {
             std::this_thread::sleep_for(100ms);
             setPkgId("more", 1);
         });
-        char* message = nullptr;
-        EXPECT_EQ(recvLabelChangeMsg(listener, &message), 0);
-        std::free(message);
+        EXPECT_EQ(nextMessage(listener), "package set_id more 0000000000000001");
         change.join();
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);  // the look of its own comes after one second
@@ -320,20 +301,16 @@ TEST_F(Changes, ReachListenersAtOnceAndInFull) {
         transaction.commit();
     }
     addMessages(100500);  // of one change: all are kept
-    char* message = nullptr;
-    EXPECT_EQ(recvLabelChangeMsg(listener, &message), 0);
-    std::free(message);
+    EXPECT_EQ(nextMessage(listener), "many");
     addMessages(1);
     EXPECT_EQ(store.feed().after(0, 200000).size(), 100001U);
     addMessages(100500);
     addMessages(1);
-    int status = 0;
-    for (int i = 0; i < 2000 && status == 0; ++i) {  // the next thousand at most are fetched already
-        message = nullptr;
-        status = recvLabelChangeMsg(listener, &message);
-        std::free(message);
+    std::string last = "many";
+    for (int i = 0; i < 2000 && last == "many"; ++i) {  // the next thousand at most are fetched already
+        last = nextMessage(listener);
     }
-    EXPECT_NE(status, 0);  // it fell behind
+    EXPECT_EQ(last, "failed");  // it fell behind
 }
 
 // Files are found component by component: no link that was swapped in leads elsewhere.
@@ -346,17 +323,14 @@ TEST_F(Changes, FollowNoLinkOnTheWay) {
 
 // A file system whose directories do not tell what their entries are.
 TEST_F(Changes, FindFilesBelowEntriesOfUnknownType) {
-    const std::string image = tree.path("image");
-    const std::string mounted = tree.directory("mounted");
-    shell("truncate -s 4M " + image + " && mkfs.ext4 -q -F -O ^filetype " + image + " && mount -o loop " +
-          image + " " + mounted);
+    const SmallDisk disk(tree.path("mounted"), "-O ^filetype");
+    const std::string mounted = disk.mountPoint;
     tree.file("mounted/a/b/file");
     const std::string pattern = mounted + "/*file";
     EXPECT_EQ(setFileTid(pattern.c_str(), 5, 1), 0);
     EXPECT_EQ(tidOf(mounted + "/a/b/file"), 5U);
     EXPECT_EQ(delFileTid(pattern.c_str(), 1), 0);
     EXPECT_EQ(tidOf(mounted + "/a/b/file"), 0U);
-    shell("umount " + mounted);
 }
 
 // A package database that takes its time holds up the scan that asks it, and nobody else.

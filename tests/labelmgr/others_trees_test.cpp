@@ -18,6 +18,7 @@
 #include "base/handles.h"
 #include "cli/label_manager.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/manager.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
@@ -25,13 +26,6 @@
 namespace {
 
 using testing::HasSubstr;
-
-// No question to the package database.
-struct WithoutPackages {
-    WithoutPackages() { setenv("PATH", "/nonexistent", 1); }
-    ~WithoutPackages() { setenv("PATH", former.c_str(), 1); }
-    const std::string former = std::getenv("PATH");
-};
 
 Lines errorsOf(CapturedLog& log) {
     Lines lines = log.take();
@@ -111,36 +105,26 @@ TEST(OthersTrees, KeepTheLabelsOfExchangedFilesApart) {
 TEST(OthersTrees, HaveNoVeto) {
     const TemporaryTree tree;
     const WithoutPackages without;
-    const std::string image = tree.path("image");
-    const std::string mounted = tree.directory("mounted");
-    require(std::system(("/bin/sh -c 'PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec 2>&1; truncate -s 4M " +
-                         image + " && mkfs.ext4 -q -F -b 4096 -I 128 " + image + " && mount -o loop " +
-                         image + " " + mounted + "'")
-                            .c_str()) == 0,
-            image);
+    const SmallDisk disk(tree.path("mounted"), "-b 4096 -I 128");
     const std::string full = tree.file("mounted/full");
     const std::string other = tree.file("mounted/other");
     const std::string filler(4000, 'x');
     require(setxattr(full.c_str(), "user.filler", filler.data(), filler.size(), 0) == 0, full);
-    const std::string pattern = mounted + "/*";
+    const std::string pattern = disk.mountPoint + "/*";
 
     CapturedLog log;
-    uint32_t tid = 0;
     EXPECT_NE(setFileTid(pattern.c_str(), 5, 1), 0);  // tells it
     EXPECT_THAT(errorsOf(log), testing::ElementsAre(HasSubstr(full + ": No space left on device"),
                                                     HasSubstr(pattern + ": 1 of its files did not take it")));
-    EXPECT_EQ(getFileTid(other.c_str(), &tid), 0);
-    EXPECT_EQ(tid, 5U);
+    EXPECT_EQ(tidOf(other), 5U);
     UserSetRecord* records = nullptr;
     EXPECT_EQ(showUserSetFileTid(&records), 1);
     std::free(records);
     EXPECT_NE(clearFileTid(), 0);
-    EXPECT_EQ(getFileTid(other.c_str(), &tid), 0);
-    EXPECT_EQ(tid, 0U);
+    EXPECT_EQ(tidOf(other), 0U);
     EXPECT_EQ(showUserSetFileTid(&records), 0);
     EXPECT_NE(setFileTid(full.c_str(), 6, 0), 0);  // of one path a failure is the failure
     EXPECT_EQ(showUserSetFileTid(&records), 0);
-    umount2(mounted.c_str(), MNT_DETACH);
 }
 
 TEST(OthersTrees, AreWalkedWithinBounds) {

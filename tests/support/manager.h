@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+// What tests of the label manager ask of it.
+
+// A file's TID; 0xdead when it cannot be told.
+uint32_t tidOf(const std::string& path);
+// The next message to a listener, or "failed".
+std::string nextMessage(void* subscriber);
+
+// Throws unless the shell's script succeeds.
+void shell(const std::string& script);
+
+// A new ext4 file system of 4 MiB, mounted as long as the object lives.
+struct SmallDisk {
+    SmallDisk(const std::string& where, const std::string& mkfsOptions);
+    ~SmallDisk();
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    const std::string mountPoint;
+};
+
+// No package database on the PATH, and no other program.
+struct WithoutPackages {
+    WithoutPackages() { setenv("PATH", "/nonexistent", 1); }
+    ~WithoutPackages() { setenv("PATH", former.c_str(), 1); }
+    const std::string former = std::getenv("PATH");
+};

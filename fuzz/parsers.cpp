@@ -18,7 +18,7 @@
 #include "labelmgr/files/mount_table.h"
 #include "labelmgr/policy/package_answers.h"
 #include "labelmgr/policy/policy_file.h"
-#include "labelmgr/store/state_directory.h"
+#include "labelmgr/store/store.h"
 #include "log/logger.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/table.h"
@@ -113,6 +113,26 @@ void readProcesses(const std::string& input) {
     parseParentPid(input);
 }
 
+// Rows as nobody but another program can have written them.
+void readStoreRows(const std::string& input) {
+    static Store store = Store::openToWrite(std::string(kScratchDirectory) + "/state");
+    const auto numberAt = [&input](size_t i) { return i < input.size() ? input[i] * 1000003 : 0; };
+    const Target target{static_cast<Field>(numberAt(0)), numberAt(1) % 2 != 0, input};
+    Transaction transaction = store.begin();
+    store.userValues().putBack({target, {uint32_t{7}, numberAt(2)}});
+    store.pending().add(FormerRecord{target, UserValue{uint32_t{1}, numberAt(3)}});
+    store.pending().add(PendingFile{input, 0, 0, input, input});
+    store.scan().set({static_cast<ScanStatus>(numberAt(4)), numberAt(5)});
+    store.feed().add({input});
+    for (const Field field : kFields) {
+        store.userValues().all(field);
+        store.userValues().patterns(field);
+    }
+    require(store.pending().records().size() == 1 && store.pending().file(input)->wanted == input);
+    store.scan().state();
+    store.feed().after(0, 1);
+}
+
 void readVariables(const std::string& input) {
     require(replaceVariable({{"HOME", "<USER>"}, {"a<b", ""}}, input).size() <= input.size());
 }
@@ -124,7 +144,8 @@ constexpr struct {
                 {"label_text", readLabelTexts}, {"log_properties", readLogProperties},
                 {"paths", readPaths},           {"processes", readProcesses},
                 {"variables", readVariables},   {"kernel_tables", readKernelTables},
-                {"packages", readPackages},     {"policy", readPolicy}};
+                {"packages", readPackages},     {"policy", readPolicy},
+                {"store_rows", readStoreRows}};
 
 const auto* target = std::begin(kTargets);
 

@@ -16,6 +16,8 @@
 namespace {
 
 constexpr size_t kLargestLabel = 81;
+// Whoever owns part of a tree could otherwise wash out the log.
+constexpr unsigned long kMostErrorLines = 1000;
 
 const LabelSnapshot::Directory& rulesOf(const WalkState& state) {
     return static_cast<const LabelSnapshot::Directory&>(state);
@@ -37,8 +39,12 @@ void LabelVisitor::visit(const WalkEntry& entry, const WalkState& state) {
 }
 
 void LabelVisitor::fail(const std::string& path, int reason) {
-    ++counts.failed;
-    ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+    const unsigned long number = ++counts.failed;
+    if (number <= kMostErrorLines) {
+        ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+    } else if (number == kMostErrorLines + 1) {
+        ZORV_LOG(error, "more files fail; the summary has their number");
+    }
 }
 
 void LabelVisitor::writeLabel(const WalkEntry& entry, const Label& label) {

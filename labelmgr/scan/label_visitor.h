@@ -21,8 +21,8 @@ struct ScanCounts {
 };
 
 // Gives each file that a walk comes to the label that it should have. A label that is
-// already right is not written. One bad file is one error line; a file system without
-// attributes is one warning.
+// already right is not written. One bad file is one error line, up to 1,000 of them; a
+// file system without attributes is one warning.
 class LabelVisitor : public TreeVisitor {
  public:
     // Flushed are the file systems that it writes to, or all that it comes to.

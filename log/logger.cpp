@@ -5,16 +5,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include <log4cpp/Category.hh>
@@ -22,7 +19,6 @@
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/PropertyConfigurator.hh>
 
-#include "base/handles.h"
 #include "base/trimmed.h"
 
 namespace {
@@ -98,30 +94,23 @@ void logFormatted(log4cpp::Category& category, log4cpp::Priority::Value priority
     }
 }
 
-// log4cpp makes a file, at rolling too, with the appender's own mode.
-void setAppenderModes(mode_t mode) {
+// What a file appender keeps for itself and those that are made from it.
+struct OwnFileAppender : log4cpp::FileAppender {
+    static int descriptorOf(const log4cpp::FileAppender& appender) {
+        return appender.*(&OwnFileAppender::_fd);
+    }
+};
+
+// log4cpp makes a file, at rolling too, with the appender's own mode, and opens it in a way
+// that programs which are run would have it, too.
+void adoptFiles(mode_t mode) {
     const std::unique_ptr<std::vector<log4cpp::Category*>> categories(
         log4cpp::Category::getCurrentCategories());
     for (log4cpp::Category* category : *categories) {
         for (log4cpp::Appender* appender : category->getAllAppenders()) {
             if (auto* toFile = dynamic_cast<log4cpp::FileAppender*>(appender)) {
                 toFile->setMode(mode);
-            }
-        }
-    }
-}
-
-// log4cpp opens its files in a way that programs which are run would have them, too.
-void keepFromPrograms(const std::set<std::string>& paths) {
-    const UniqueDir descriptors(opendir("/proc/self/fd"));
-    while (const dirent* entry = descriptors ? readdir(descriptors.get()) : nullptr) {
-        const int descriptor = std::atoi(entry->d_name);
-        struct stat open {};
-        for (const std::string& path : paths) {
-            struct stat file {};
-            if (descriptor > STDERR_FILENO && fstat(descriptor, &open) == 0 &&
-                stat(path.c_str(), &file) == 0 && open.st_dev == file.st_dev && open.st_ino == file.st_ino) {
-                fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+                fcntl(OwnFileAppender::descriptorOf(*toFile), F_SETFD, FD_CLOEXEC);
             }
         }
     }
@@ -160,15 +149,14 @@ Logger::Logger() : root(&log4cpp::Category::getRoot()) {
         log4cpp::PropertyConfigurator::configure(kConfigPath);
         if (!paths.empty()) {
             setLogFilesPermissions(paths, kConfiguredLogMode);
-            setAppenderModes(kConfiguredLogMode);
-            keepFromPrograms(paths);
+            adoptFiles(kConfiguredLogMode);
         }
         log4cpp::Category& always = log4cpp::Category::getInstance(kAlwaysCategory);
         always.setAdditivity(false);
         categories[kAlwaysCategory] = &always;
     } catch (const std::runtime_error&) {
         configureFallback(*root);
-        keepFromPrograms({kFallbackLogPath});
+        adoptFiles(kFallbackLogMode);
     }
     errno = callersReason;
 }

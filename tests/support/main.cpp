@@ -2,6 +2,12 @@
 
 #include "tests/support/private_mounts.h"
 
+// Tests that fork beside a thread go on in the child.
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+    return "die_after_fork=0";
+}
+
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (!GTEST_FLAG_GET(list_tests)) {

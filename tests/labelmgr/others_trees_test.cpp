@@ -178,7 +178,7 @@ TEST(OthersTrees, MayNeverAnswer) {
                     failures += clearFileTid() == 0 ? 0 : 16;
                     return failures;
                 });
-                EXPECT_EQ(run.status, 0) << name;
+                EXPECT_EQ(run.status, 0) << name << run.err;
                 done = 1;
             });
             for (int i = 0; i < 500 && done == 0; ++i) {

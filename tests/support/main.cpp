@@ -3,7 +3,7 @@
 #include "tests/support/private_mounts.h"
 
 // Tests that fork beside a thread go on in the child.
-extern "C" const char* __tsan_default_options();
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() {
     return "die_after_fork=0";
 }

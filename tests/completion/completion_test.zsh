@@ -90,15 +90,12 @@ expect '-g -q 1f '
 expect '-g -l plain -'
 expect '-u -g -' -o --oid -m --sid -t --tid -n --inherit-flag -p --pkg-id -P --pattern-match
 expect '-g -u -o plain ' -P --pattern-match
-expect '-R -g ' -l --label -H --no-dereference
 expect '-d --' --oid --sid --tid --inherit-flag --pkg-id --label --pattern-match --recursive --no-dereference
-expect '-r ' -l --label
 expect '-S ' -T --topic
 expect '-S -T file '
 
 # arguments and operands: files with awkward names survive
 files=($awkward plain sub)
-expect '-g -o ' $files
 expect '-R -g -l plain ' $files
 expect '-d -t -g ' $files
 expect $'-g -l it\\\'s\\ a\t' $awkward

@@ -48,12 +48,10 @@ for start in empty paths pattern tree; do
     mkdir -p "$work/files" "$work/saved/$start"
     touch "$work/files/a" "$work/files/b"
     case $start in
-    empty) ;;
     paths) "$tool" -a -t "$work/files/a" 5 && "$tool" -a -t "$work/files/b" 5 ;;
     pattern) "$tool" -P -a -t "$work/files/?" 6 ;;
     tree)
-        mkdir "$work/files"/d{1..10}
-        touch "$work/files"/d{1..10}/f{1..15}
+        mkdir "$work/files"/d{1..10} && touch "$work/files"/d{1..10}/f{1..15}
         "$tool" -P -a -t "$work/files/d1/*" 8 && "$tool" -a -n "$work/files/d2/f2" 5
         ;;
     esac >/dev/null 2>&1

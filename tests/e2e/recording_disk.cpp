@@ -82,7 +82,7 @@ class FileSystem {
     }
 
  private:
-    // The directory's node is the first one; the files follow in the order of their names.
+    // The directory's node is the first one; the files follow in the order of names_.
     static uint64_t indexOf(uint64_t node) { return node - FUSE_ROOT_ID - 1; }
 
     void answer(const fuse_in_header& request, const char* argument) {

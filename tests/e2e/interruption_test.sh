@@ -22,13 +22,8 @@ environment=() # of the tool under strace, as its options
 findings=0 first=0 # the latter before the command
 found() { # WHAT, with before, after and now; the first ones of each command in full
     findings=$((findings + 1))
-    echo "FOUND: '${command[*]//$work/}' at $*" >&2
-    [ "$((findings - first))" -le 3 ] || return 0
-    {
-        diff <(echo "$before") <(echo "$now") | sed 's/^/    before: /'
-        diff <(echo "$after") <(echo "$now") | sed 's/^/    after: /'
-        cat "$log"
-    } >&2 || true
+    echo "FOUND: '${command[*]//$work/}' at $*"
+    [ "$((findings - first))" -gt 3 ] || diff3 <(echo "$before") <(echo "$now") <(echo "$after") | cat - "$log"
 }
 
 # What users set, as the next command lists it; without what the logger says of itself when that command finds work left.
@@ -48,32 +43,24 @@ messages() {
 state() { user_set && labels && messages; }
 status() { PATH=/nonexistent "$tool" -g -b 2>/dev/null | sed -n 's/^LabelSetStatus: //p'; }
 
-# Labelled files, unlabelled ones, and values that a labelling has to find.
-setup() {
-    case $1 in
+# Labelled files, unlabelled ones, and values that a labelling has to find; saved, as a copy is faster than the commands.
+for start in empty paths pattern tree; do
+    mkdir -p "$work/files" "$work/saved/$start"
+    touch "$work/files/a" "$work/files/b"
+    case $start in
     paths) "$tool" -a -t "$work/files/a" 5 && "$tool" -a -t "$work/files/b" 5 ;;
     pattern) "$tool" -P -a -t "$work/files/?" 6 ;;
     tree)
-        mkdir "$work/files"/d{1..10}
-        touch "$work/files"/d{1..10}/f{1..15}
-        "$tool" -P -a -t "$work/files/d1/*" 8
-        "$tool" -a -n "$work/files/d2/f2" 5
+        mkdir "$work/files"/d{1..10} && touch "$work/files"/d{1..10}/f{1..15}
+        "$tool" -P -a -t "$work/files/d1/*" 8 && "$tool" -a -n "$work/files/d2/f2" 5
         ;;
-    esac
-} >/dev/null 2>&1
-# A copy is faster than the commands that made it.
+    esac >/dev/null 2>&1
+    [ "$start" = empty ] || mv "$ZORV_LABEL_STATE_DIR" "$work/saved/$start/"
+    mv "$work/files" "$work/saved/$start/"
+done
 saved_start() {
     rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
-    if [ ! -d "$work/saved_$1" ]; then
-        mkdir "$work/files"
-        touch "$work/files/a" "$work/files/b"
-        setup "$1"
-        mkdir "$work/saved_$1"
-        cp -a "$work/files" "$work/saved_$1/"
-        cp -a "$ZORV_LABEL_STATE_DIR" "$work/saved_$1/" 2>/dev/null || true
-        rm -rf "$ZORV_LABEL_STATE_DIR" "$work/files"
-    fi
-    cp -a "$work/saved_$1/." "$work/"
+    cp -a "$work/saved/$1/." "$work/"
     : >"$log"
 }
 
@@ -97,16 +84,15 @@ injected() {
         >"$work/output" 2>/dev/null || true
 }
 
-# What was told after calls failed must be so.
+is_before_or_after() { now=$(state) && { [ "$now" = "$before" ] || [ "$now" = "$after" ]; }; }
+# What was told after calls failed must be so; when it could not even tell, either.
 check_told() { # WHAT
     [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended with $(cat "$work/status") (124: waited too long)"
-    now=$(state)
+    is_before_or_after || found "$1"
     if grep -q success "$work/output"; then
         [ "$now" = "$after" ] || found "$1, but a success"
     elif grep -qv -e '^=' -e '^read log config' "$work/output"; then
         [ "$now" = "$before" ] || found "$1, a failure"
-    else # it could not even tell
-        [ "$now" = "$before" ] || [ "$now" = "$after" ] || found "$1"
     fi
 }
 
@@ -121,8 +107,7 @@ interrupt() { # SETUP COMMAND...
     while read -r name number; do
         saved_start "$setup"
         injected "$name:signal=SIGKILL:when=$number"
-        now=$(state)
-        [ "$now" = "$before" ] || [ "$now" = "$after" ] || found "$name $number, killed"
+        is_before_or_after || found "$name $number, killed"
         count=$((count + 1))
 
         # The C library does not look whether the first two fail, and a close that does not close happens to nobody.
@@ -149,35 +134,32 @@ interrupt() { # SETUP COMMAND...
 # A labelling of the whole tree, killed: every file has its old or its new label, the status and the message say whether
 # all have, what users set is listed as before, and the next labelling completes the work.
 interrupt_labelling() {
-    local listed before after now now_status name number told_before told_after count=0 step=$((step * 4))
+    local listed before after now status_now name number complete count=0 step=$((step * 4))
+    local -A told
     command=(-a -s "$work/files")
     environment=(-E PATH=/nonexistent -E ZORV_LABEL_THREADS=1)
     saved_start tree
-    before=$(labels) listed=$(user_set) told_before=$(messages)
+    before=$(labels) listed=$(user_set) told[0]=$(messages) told[3]=${told[0]}
     points_of "${command[@]}" >"$work/points"
-    after=$(labels) told_after=$(messages)
+    after=$(labels) told[2]=$(messages) complete=$(user_set && labels && status)
     while read -r name number; do
         saved_start tree
         injected "$name:signal=SIGKILL:when=$number"
-        now=$(labels) now_status=$(status)
-        case $now_status in
-        0) [ "$now" = "$before" ] || found "$name $number: labelled, but the status says never" ;;
-        2) [ "$now" = "$after" ] || found "$name $number: not labelled, but the status says complete" ;;
-        3) [ -z "$(comm -23 <(echo "$now") <(sort -u <<<"$before"$'\n'"$after"))" ] ||
-            found "$name $number: a label that is neither old nor new" ;;
-        *) found "$name $number: status $now_status" ;;
-        esac
-        [ "$(messages)" = "$([ "$now_status" = 2 ] && echo "$told_after" || echo "$told_before")" ] ||
-            found "$name $number: status $now_status, but the messages are others"
+        now=$(labels) status_now=$(status)
+        case $status_now in
+        0) [ "$now" = "$before" ] ;;
+        2) [ "$now" = "$after" ] ;;
+        3) [ -z "$(comm -23 <(echo "$now") <(sort -u <<<"$before"$'\n'"$after"))" ] ;;
+        *) false ;;
+        esac || found "$name $number: labels that the status $status_now does not allow"
+        [ "$(messages)" = "${told[${status_now:-none}]-}" ] || found "$name $number: status $status_now, other messages"
         [ "$(user_set)" = "$listed" ] || found "$name $number: not listed as before"
         PATH=/nonexistent "$tool" "${command[@]}" >/dev/null 2>&1
-        now=$(labels)
-        [ "$now" = "$after" ] || found "$name $number: the next labelling leaves something out"
-        [ "$(status)" = 2 ] || found "$name $number: the next labelling is not complete"
+        now=$(user_set && labels && status)
+        [ "$now" = "$complete" ] || found "$name $number: the next labelling leaves something out"
         count=$((count + 1))
     done <"$work/points"
     echo "${command[*]//$work/}: killed at $count calls; labels, list, status and messages disagree $findings times"
-    environment=()
 }
 
 case $commands in

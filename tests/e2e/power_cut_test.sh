@@ -55,21 +55,15 @@ workload=(
 last=$((${#workload[@]} - 1))
 
 run() { PATH=/nonexistent "$tool" "$@" 2>/dev/null; }
-run_command() { # NUMBER
-    local words
-    read -ra words <<<"${workload[$1]}"
-    run "${words[@]}"
-}
+# shellcheck disable=SC2046,SC2086 # a command is words, and its patterns are not the shell's
+run_command() { (set -f && run ${workload[$1]}); } # NUMBER
 
-mount_disks() { # SUFFIX of the recorded files
-    for disk in "${disks[@]}"; do mount -t "$type" -o loop "$work/recorded/$disk$1" "$work/$disk" || return; done
+mount_disks() { # DIRECTORY SUFFIX
+    for disk in "${disks[@]}"; do mount -t "$type" -o loop "$1/$disk$2" "$work/$disk" || return; done
 }
 umount_disks() { for disk in "${disks[@]}"; do umount "$work/$disk"; done; }
 
-make_files() {
-    mkdir -p "$files/d"
-    touch "$files"/{a,b,c} "$files"/d/{1..20}
-}
+make_files() { mkdir -p "$files/d" && touch "$files"/{a,b,c} "$files"/d/{1..20}; }
 # What now holds, as list_now, labels_now and status_now.
 ask() {
     list_now=$(for field in -t -n -o -m; do run -g -u $field --all; done | sed '/^read log config/d')
@@ -78,9 +72,8 @@ ask() {
     status_now=$(run -g -b | sed -n 's/^LabelSetStatus: //p')
 }
 
-declare -a list labels status
 is_state() { # NUMBER
-    [ "$list_now" = "${list[$1]}" ] && [ "$labels_now" = "${labels[$1]}" ] && [ "$status_now" = "${status[$1]}" ]
+    [ "$list_now|$labels_now|$status_now" = "${list[$1]}|${labels[$1]}|${status[$1]}" ]
 }
 
 # What holds after each command, from a run on no disk at all.
@@ -93,27 +86,26 @@ done
 rm -rf "$ZORV_LABEL_STATE_DIR" "$files"
 
 # The recorded run. A result is told when its line is read, which may be before the command ends.
+cd "$work"
 for disk in "${disks[@]}"; do
-    truncate -s 300M "$work/$disk.img" # the least that each of the file systems takes
-    "mkfs.$type" -q "$work/$disk.img" >/dev/null
-    images+=("$disk=$work/$disk.img")
+    truncate -s 300M "$disk.first" # the least that each of the file systems takes
+    "mkfs.$type" -q "$disk.first" >/dev/null
+    cp "$disk.first" "$disk.now"
 done
-"$recorder" "$work/recorded" "${images[@]}" &
-while [ ! -e "$work/recorded/marks" ]; do
+"$recorder" recorded "${disks[@]}" >>events &
+until [ -e recorded/cut ]; do
     kill -0 $! || exit 1
     sleep 0.05
 done
-rm "$work"/*.img
-mount_disks ''
+mount_disks recorded ''
 make_files
 for disk in "${disks[@]}"; do sync -f "$work/$disk"; done
-mark() { echo "$*" >"$work/recorded/marks"; }
 for number in $(seq "$last"); do
-    mark begin "$number"
+    echo begin "$number" >>events
     run_command "$number" | while read -r line; do
-        [[ ! $line =~ (file|label).*(success|error) ]] || mark told "$number"
+        [[ ! $line =~ (file|label).*(success|error) ]] || echo told "$number" >>events
     done || true
-    mark told "$number"
+    echo told "$number" >>events
 done
 ask
 is_state "$last" || { echo "power_cut_test: the commands do something else on $type" >&2 && exit 1; }
@@ -123,39 +115,31 @@ umount_disks
 awk -v others="$others" '
     function cut(events, percent) { print events, percent, told + 0, begun }
     BEGIN { srand(11) }
-    $2 == "begin" { begun = $3 }
-    $2 == "told" && $3 > told { told = $3; cut(NR, 0); cut(NR, 50) }
-    $1 == "write" { unflushed = 1 }
-    $1 == "flush" && begun {
-        if (unflushed) { cut(NR - 1, 10 + 20 * (NR % 5)) }
-        cut(NR, 0)
+    $1 == "begin" { begun = $2 }
+    $1 == "told" && $2 > told { told = $2; cut(events, 0); cut(events, 50) }
+    $1 == "write" { events++; unflushed = 1 }
+    $1 == "flush" && events++ >= 0 && begun {
+        if (unflushed) { cut(events - 1, 10 + 20 * (events % 5)) }
+        cut(events, 0)
         unflushed = 0
     }
-    begun { between[++count] = NR " " int(rand() * 5) * 25 " " told + 0 " " begun }
+    begun { between[++count] = events " " int(rand() * 5) * 25 " " told + 0 " " begun }
     END { while (others-- > 0) print between[1 + int(rand() * count)] }
-' "$work/recorded/events" >"$work/cuts"
+' events >cuts
 
 # Of the last command that told something and the one that had begun.
-lists_either() { [ "$list_now" = "${list[told]}" ] || [ "$list_now" = "${list[begun]}" ]; }
-each_file_has_either() {
+has_either() {
+    [ "$told" != "$begun" ] || return 1
+    [ "$list_now" = "${list[told]}" ] || [ "$list_now" = "${list[begun]}" ] || return 1
     printf '%s\n' "${labels[told]}" -- "${labels[begun]}" -- "$labels_now" | awk '
         $1 == "--" { part++ }
         { label[part + 0, $1] = $2; files[$1] }
-        END {
-            for (file in files) {
-                if (label[2, file] != label[0, file] && label[2, file] != label[1, file]) { exit 1 }
-            }
-        }'
-}
-is_part_of_labelling() {
-    [ "$told" != "$begun" ] && [[ ${workload[begun]} == "-a -s "* ]] && [ "$status_now" = 3 ] &&
-        lists_either && each_file_has_either
+        END { for (file in files) if (label[2, file] != label[0, file] && label[2, file] != label[1, file]) exit 1 }'
 }
 
 declare -A found=([lost]=0 [half]=0 [error]=0)
 report() { # KIND WHAT
-    found[$1]=$((found[$1] + 1))
-    [ "${found[$1]}" -le 5 ] || return 0
+    [ "$((++found[$1]))" -le 5 ] || return 0
     echo "$2: begun '${workload[begun]}' ($begun of $last), told before '${workload[told]}' ($told);" \
         "cut after event $events, $percent % of the unflushed writes, seed $count"
     diff <(printf '%s\n' "${list[told]}" "${labels[told]}" "status ${status[told]}") \
@@ -165,10 +149,11 @@ report() { # KIND WHAT
 count=0
 while read -r events percent told begun; do
     count=$((count + 1))
-    echo "$events $percent $count" >"$work/recorded/cut"
+    for disk in "${disks[@]}"; do cp "$disk.first" "$disk.cut"; done
+    echo "$events $percent $count" >recorded/cut
     : >"$log"
     list_now='' labels_now='' status_now=''
-    if ! mount_disks .cut; then
+    if ! mount_disks . .cut; then
         report error "not mounted"
         umount_disks 2>/dev/null || true
         continue
@@ -177,15 +162,15 @@ while read -r events percent told begun; do
     umount_disks
     if [[ $list_now$status_now =~ fail|error ]]; then
         report error "the next command fails"
-    elif is_state "$told" || is_state "$begun" || is_part_of_labelling; then
+    elif is_state "$told" || is_state "$begun"; then
         continue
-    elif [ "$told" != "$begun" ] && lists_either && each_file_has_either; then
-        report half "half done"
+    elif has_either; then
+        [[ ${workload[begun]}$status_now == "-a -s "*3 ]] || report half "half done"
     else
         report lost "told and lost"
     fi
-done <"$work/cuts"
-umount "$work/recorded"
+done <cuts
+umount recorded
 wait
 echo "$type, $4: $count cuts, ${found[lost]} told and lost, ${found[half]} half done, ${found[error]} errors"
 [ "$((found[lost] + found[half] + found[error]))" = 0 ]

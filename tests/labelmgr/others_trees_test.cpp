@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
-#include <linux/fuse.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,6 +19,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/manager.h"
 #include "tests/support/run.h"
+#include "tests/support/silent_server.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
@@ -32,42 +32,6 @@ Lines errorsOf(CapturedLog& log) {
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ERROR"); });
     return lines;
 }
-
-// A FUSE file system over a file or a directory whose server says hello and nothing more.
-// When the object goes, whoever still waits for an answer gets an error.
-class SilentServer {
- public:
-    explicit SilentServer(std::string where) : mountPoint(std::move(where)) {
-        struct stat status {};
-        require(device && stat(mountPoint.c_str(), &status) == 0, mountPoint);
-        std::array<char, 80> options{};
-        std::snprintf(options.data(), options.size(), "fd=%d,rootmode=%o,user_id=0,group_id=0,allow_other",
-                      device.get(), status.st_mode & S_IFMT);
-        require(mount("silent", mountPoint.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.data()) == 0,
-                "mount");
-        std::array<char, 65536> request{};
-        require(read(device.get(), request.data(), request.size()) > 0, "request");
-        struct {
-            fuse_out_header header;
-            fuse_init_out init;
-        } answer{};
-        answer.header = {sizeof(answer), 0, reinterpret_cast<fuse_in_header*>(request.data())->unique};
-        answer.init.major = FUSE_KERNEL_VERSION;
-        answer.init.minor = FUSE_KERNEL_MINOR_VERSION;
-        answer.init.max_write = 4096;
-        require(write(device.get(), &answer, sizeof(answer)) == sizeof(answer), "answer");
-    }
-    ~SilentServer() {
-        device.reset();
-        umount2(mountPoint.c_str(), MNT_DETACH);
-    }
-    SilentServer(const SilentServer&) = delete;
-    SilentServer& operator=(const SilentServer&) = delete;
-
- private:
-    std::string mountPoint;
-    UniqueFd device{open("/dev/fuse", O_RDWR | O_CLOEXEC)};
-};
 
 }  // namespace
 

@@ -1,3 +1,5 @@
+#include "tests/support/manager.h"
+
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -24,13 +26,6 @@ std::string fillIn(std::string text, const std::string& tree) {
     for (std::smatch match; std::regex_search(text, match, std::regex("SM3\\(([^)]*)\\)"));) {
         text = match.prefix().str() + getSM3HashValue(match[1]).substr(48) + match.suffix().str();
     }
-    return text;
-}
-
-std::string nextMessage(void* subscriber) {
-    char* message = nullptr;
-    const std::string text = recvLabelChangeMsg(subscriber, &message) == 0 ? message : "failed";
-    std::free(message);
     return text;
 }
 

@@ -19,24 +19,12 @@
 #include "cli/label_manager.h"
 #include "label/label.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/manager.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
 namespace {
-
-// Many labellings need not ask the package database as many times.
-struct WithoutPackages {
-    WithoutPackages() { setenv("PATH", "", 1); }
-    ~WithoutPackages() { setenv("PATH", path.c_str(), 1); }
-    const std::string path = std::getenv("PATH");
-};
-
-// The TID as the label manager reads it; 0xdead when it fails.
-uint32_t tidOf(const std::string& path) {
-    uint32_t tid = 0xdead;
-    return getFileTid(path.c_str(), &tid) == 0 ? tid : 0xdead;
-}
 
 // The kernel as it was before 6.13: no attribute calls by directory and name.
 void withoutNewCalls() {
@@ -136,7 +124,7 @@ TEST(Scan, AgreesWithRestore) {
 
 TEST(Scan, NeverLeavesItsRoot) {
     TemporaryTree tree;
-    const WithoutPackages without;
+    const WithoutPackages without;  // many labellings need not ask as many times
     for (int i = 0; i < 20; ++i) {
         tree.file("outside/d/f" + std::to_string(i));
         tree.file("root/d/f" + std::to_string(i));

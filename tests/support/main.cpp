@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/private_mounts.h"
+#include "tests/support/temporary_tree.h"
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);

@@ -101,8 +101,8 @@ struct OwnFileAppender : log4cpp::FileAppender {
     }
 };
 
-// log4cpp makes a file, at rolling too, with the appender's own mode, and opens it in a way
-// that programs which are run would have it, too.
+// log4cpp makes a file, at rolling too, with the appender's own mode, and opens it in a
+// way that programs which are run would have it, too.
 void adoptFiles(mode_t mode) {
     const std::unique_ptr<std::vector<log4cpp::Category*>> categories(
         log4cpp::Category::getCurrentCategories());

@@ -18,20 +18,16 @@ CapturedLog::CapturedLog() : appender(std::make_unique<log4cpp::OstreamAppender>
     layout->setConversionPattern("%p %m%n");
     appender->setLayout(layout.release());
     Logger::getInstance();  // whose construction sets the root up anew
-    log4cpp::Category& root = log4cpp::Category::getRoot();
-    formerPriority = root.getPriority();
-    root.setPriority(log4cpp::Priority::DEBUG);
-    root.addAppender(*appender);
+    log4cpp::Category::getRoot().setPriority(log4cpp::Priority::DEBUG);
+    log4cpp::Category::getRoot().addAppender(*appender);
 }
 
 CapturedLog::~CapturedLog() {
     log4cpp::Category::getRoot().removeAppender(appender.get());
-    log4cpp::Category::getRoot().setPriority(formerPriority);
 }
 
 std::vector<std::string> CapturedLog::take() {
-    std::vector<std::string> lines =
-        split(replaceAll(stream.str(), "(\\[[^\\]:]*):[0-9]+\\] ", "$1] "), "\n");
+    Lines lines = split(replaceAll(stream.str(), "(\\[[^\\]:]*):[0-9]+\\] ", "$1] "), "\n");
     stream.str("");
     lines.pop_back();
     return lines;

@@ -11,13 +11,11 @@ class Appender;
 
 constexpr const char* kLogProperties = "/etc/zorv/label/zorv-label-log.properties";
 
-// Properties of an appender that writes lines like "ERROR [tag:7] text" to a file. With
-// blanks that do not count.
+// Properties of an appender that writes lines like "ERROR [tag:7] text" to a file.
 std::string fileAppender(const std::string& name, const std::string& path);
 
-// Collects what this process logs, down to debug level, as lines like "ERROR [tag] text"
-// (the line number is left out). The root category is as before afterwards. One at a
-// time.
+// Collects what this process logs, down to debug level, as lines like "ERROR [tag] text",
+// without line numbers. One at a time.
 class CapturedLog {
  public:
     CapturedLog();
@@ -29,5 +27,4 @@ class CapturedLog {
  private:
     std::ostringstream stream;
     std::unique_ptr<log4cpp::Appender> appender;
-    int formerPriority;
 };

@@ -1,16 +1,15 @@
-// A label manager that only writes down its calls and answers what a script says.
-//
-// ZORV_FAKE_CALLS names the file that gets one line a call: the operation and its
-// arguments, texts quoted, numbers hexadecimal, and how much was printed before where
-// that matters. An out parameter that the tool has to preset and did not ends the
-// process.
+// A label manager that only writes down its calls, and answers what a script says. The
+// file ZORV_FAKE_CALLS gets one line a call: the operation and its arguments, numbers
+// hexadecimal, and how much was printed before where that matters. An out parameter that
+// the tool has to preset and did not ends the process.
 //
 // ZORV_FAKE_ANSWERS holds lines "OPERATION=STATUS VALUE...,STATUS VALUE...": one answer a
-// call, the last one stands for all further calls. Values are the out parameters
-// (hexadecimal), each record's target and three numbers, a text, or "KIND ITEM" and an
-// id's three numbers. Without an answer an operation succeeds with zeros and without
-// texts, but a receive fails. Memory of an answer is the tool's to release.
+// call, the last one for all further calls. Values are the out parameters (hexadecimal),
+// each record's target and three numbers, a text, or "KIND ITEM" and an id's three
+// numbers. Without an answer an operation succeeds with zeros and without texts, but a
+// receive fails.
 
+#include <concepts>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -21,10 +20,6 @@
 
 #include "cli/label_manager.h"
 #include "tests/support/table.h"
-
-static std::ostream& operator<<(std::ostream& out, const ZORV_ID& id) {
-    return out << id.package << '-' << id.file << '-' << id.path;
-}
 
 namespace {
 
@@ -40,6 +35,16 @@ Script readScript() {
     return script;
 }
 
+void put(std::ostream& line, const std::string& text) {
+    line << ' ' << std::quoted(text);
+}
+void put(std::ostream& line, std::integral auto number) {
+    line << ' ' << number;
+}
+void put(std::ostream& line, const ZORV_ID& id) {
+    line << ' ' << id.package << '-' << id.file << '-' << id.path;
+}
+
 void require(bool preset) {
     if (!preset) {
         std::abort();
@@ -51,15 +56,8 @@ struct Call {
     template <typename... Arguments>
     explicit Call(const char* operation, const Arguments&... arguments) {
         std::ofstream line(std::getenv("ZORV_FAKE_CALLS"), std::ios::app);
-        [[maybe_unused]] const auto write = [&line](const auto& argument) {
-            if constexpr (std::is_convertible_v<decltype(argument), std::string>) {
-                line << ' ' << std::quoted(std::string(argument));
-            } else {
-                line << ' ' << argument;
-            }
-        };
         line << operation << std::hex;
-        (write(arguments), ...);
+        (put(line, arguments), ...);
         line << '\n';
         static Script script = readScript();
         Lines& answers = script[operation];
@@ -83,12 +81,10 @@ struct Call {
     }
     int read(UserSetRecord** out) {
         require(*out == nullptr);
-        *out = status > 0
-                   ? static_cast<UserSetRecord*>(std::calloc(static_cast<size_t>(status), sizeof(**out)))
-                   : nullptr;
-        for (int i = 0; i < status; ++i) {
-            UserSetRecord& record = (*out)[i];
-            values >> record.path >> record.values[0] >> record.values[1] >> record.values[2];
+        const size_t count = status > 0 ? static_cast<size_t>(status) : 0;
+        *out = count > 0 ? static_cast<UserSetRecord*>(std::calloc(count, sizeof(**out))) : nullptr;
+        for (size_t i = 0; i < count; ++i) {
+            values >> (*out)[i].path >> (*out)[i].values[0] >> (*out)[i].values[1] >> (*out)[i].values[2];
         }
         return status;
     }

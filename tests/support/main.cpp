@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/private_mounts.h"
+#include "tests/support/temporary_tree.h"
 
 // Tests that fork beside a thread go on in the child.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();

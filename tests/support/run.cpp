@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <stdexcept>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -21,24 +20,12 @@ class Capture {
 
     std::string text() const {
         std::string all(static_cast<size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
-        const ssize_t got = pread(descriptor, all.data(), all.size(), 0);
-        return got == static_cast<ssize_t>(all.size()) ? all : throw std::runtime_error("capture");
+        require(pread(descriptor, all.data(), all.size(), 0) == static_cast<ssize_t>(all.size()), "capture");
+        return all;
     }
 
     const int descriptor = memfd_create("capture", 0);
 };
-
-int execTool(const std::vector<std::string>& words) {
-    std::string name = "zorv-label-manager-tool";
-    std::vector<char*> argv = {name.data()};
-    for (const std::string& word : words) {
-        argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(TOOL_PATH, argv.data());
-    std::perror(TOOL_PATH);
-    return 127;
-}
 
 }  // namespace
 
@@ -58,9 +45,7 @@ RunResult runInChild(const std::function<int()>& body) {
         _exit(status);
     }
     int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) {
-        throw std::runtime_error("no child process");
-    }
+    require(child > 0 && waitpid(child, &status, 0) == child, "child process");
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), out.text(), err.text()};
 }
 
@@ -73,7 +58,12 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
         if (options.prepare) {
             options.prepare();
         }
-        return execTool(words);
+        std::vector<char*> argv = {const_cast<char*>("zorv-label-manager-tool")};
+        for (const std::string& word : words) {
+            argv.push_back(const_cast<char*>(word.c_str()));
+        }
+        argv.push_back(nullptr);
+        return execv(TOOL_PATH, argv.data());
     });
 }
 
@@ -92,9 +82,4 @@ RunResult runToolWithFake(const std::vector<std::string>& words, const std::stri
 
 bool holdsInChild(const std::function<bool()>& condition) {
     return runInChild([&condition] { return condition() ? 0 : 1; }).status == 0;
-}
-
-bool holdsInChildWithoutFiles(const std::function<bool()>& condition) {
-    const TemporaryTree empty;
-    return holdsInChild([&] { return chroot(empty.path().c_str()) == 0 && condition(); });
 }

@@ -7,8 +7,7 @@
 
 struct RunOptions {
     std::vector<std::pair<std::string, std::string>> environment = {};
-    // Runs in the child just before the tool: redirects a stream, sets a limit, drops a
-    // privilege.
+    // Runs in the child just before the tool.
     std::function<void()> prepare = {};
 };
 
@@ -23,8 +22,7 @@ struct RunResult {
 // empty; argv[0] is "zorv-label-manager-tool".
 RunResult runTool(const std::vector<std::string>& words, const RunOptions& options = {});
 
-// The tool with the recording label manager, whose script says what it answers (see
-// fake_labelmgr.cpp).
+// The tool with the recording label manager, see fake_labelmgr.cpp.
 RunResult runToolWithFake(const std::vector<std::string>& words, const std::string& script = "",
                           const RunOptions& options = {});
 
@@ -33,6 +31,3 @@ RunResult runInChild(const std::function<int()>& body);
 
 // Whether it holds in a process of its own, which it may spoil.
 bool holdsInChild(const std::function<bool()>& condition);
-
-// The same where no file is found: an empty directory is its root.
-bool holdsInChildWithoutFiles(const std::function<bool()>& condition);

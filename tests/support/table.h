@@ -11,10 +11,9 @@ using Lines = std::vector<std::string>;
 std::vector<Lines> readTable(const std::string& text, size_t columns);
 
 // The runs of a program in text, each as one cell a mark. A run begins with the first
-// mark, and its parts stand on lines of their own or, parted by "|", on one. A part goes
-// to the cell of the mark that it begins with, without a mark to that of " ", as one more
-// line there. A backslash at the end joins two lines, blanks around a part are dropped,
-// and "\xHH" is the byte of that number.
+// mark. Its parts, on lines of their own or parted by "|", are lines in the cell of the
+// mark that they begin with, without one in that of " ". A backslash at the end joins two
+// lines, and "\xHH" is the byte of that number.
 std::vector<Lines> readRuns(const std::string& text, const std::string& marks);
 
 Lines split(const std::string& text, const std::string& separator);

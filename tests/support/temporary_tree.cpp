@@ -5,11 +5,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sched.h>
 #include <stdexcept>
+#include <sys/mount.h>
 #include <sys/xattr.h>
 
 #include "label/label_binary.h"
-#include "tests/support/private_mounts.h"
 
 void require(bool done, const std::string& what) {
     if (!done) {
@@ -17,13 +18,24 @@ void require(bool done, const std::string& what) {
     }
 }
 
+void enterPrivateMounts() {
+    require(unshare(CLONE_NEWNS) == 0, "a mount namespace, which only root can make");
+    require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+    require(mount("tests", "/var/log", "tmpfs", 0, "mode=755") == 0, "mount /var/log");
+    require(std::system("cp -a /etc /var/log/etc && mount --bind /var/log/etc /etc") == 0, "mount /etc");
+    std::filesystem::create_directory("/var/log/zorv");
+    std::filesystem::create_directory(kScratchDirectory);
+    const std::string scratch = kScratchDirectory;
+    setenv("ZORV_LABEL_STATE_DIR", (scratch + "/state").c_str(), 1);
+    setenv("ZORV_LABEL_POLICY_FILE", (scratch + "/policy.conf").c_str(), 1);
+}
+
 TemporaryTree::TemporaryTree() : root(std::string(kScratchDirectory) + "/tree-XXXXXX") {
     require(mkdtemp(root.data()) != nullptr, root);
 }
 
 TemporaryTree::~TemporaryTree() {
-    static_cast<void>(
-        std::system(("rm -rf " + root).c_str()));  // whose paths may be longer than the system's
+    static_cast<void>(std::system(("rm -rf " + root).c_str()));  // however long the paths are
 }
 
 std::string TemporaryTree::directory(std::string_view name) const {
@@ -43,11 +55,11 @@ std::string TemporaryTree::link(std::string_view name, std::string_view target) 
 
 void putFile(const std::string& path, std::string_view content) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    require((std::ofstream(path, std::ios::binary) << content << std::flush).good(), path);
+    require((std::ofstream(path) << content << std::flush).good(), path);
 }
 
 std::string fileContent(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path);
     require(in.is_open(), path);
     return {std::istreambuf_iterator<char>(in), {}};
 }

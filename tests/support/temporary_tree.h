@@ -4,6 +4,12 @@
 #include <string_view>
 #include <vector>
 
+// Mounts that only this process and its children see, so that tests use the fixed paths
+// freely: /etc is a copy, /var/log is empty but for zorv/ and the directory of temporary
+// trees, where the label manager's store and policy are looked for, too. For root only.
+void enterPrivateMounts();
+constexpr const char* kScratchDirectory = "/var/log/scratch";
+
 // A directory of its own for one test, removed with everything in it. Names are relative
 // to it; parents are made as needed, but for a link; every function answers the absolute
 // path. A failure is an exception, which fails the test.
@@ -11,8 +17,6 @@ class TemporaryTree {
  public:
     TemporaryTree();
     ~TemporaryTree();
-    TemporaryTree(const TemporaryTree&) = delete;
-    TemporaryTree& operator=(const TemporaryTree&) = delete;
 
     std::string path(std::string_view name = "") const {
         return root + (name.empty() ? "" : "/") + std::string(name);
@@ -25,7 +29,6 @@ class TemporaryTree {
     std::string root;
 };
 
-// Throws std::runtime_error unless it is done.
 void require(bool done, const std::string& what = "a promise");
 
 void putFile(const std::string& path, std::string_view content);

@@ -2,7 +2,6 @@
 
 #include <sys/mount.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "label/label_binary.h"
@@ -27,12 +26,6 @@ std::string expand(std::string text) {
     return replaceAll(replaceAll(text, "_", " "), "''", "");
 }
 
-std::vector<unsigned char> serialized(const Label& label) {
-    std::vector<unsigned char> buffer(label.serializedBufferSize());
-    EXPECT_EQ(label.serializeToBuffer(buffer.data(), buffer.size()), buffer.size());
-    return buffer;
-}
-
 // The text of the label read, or why it was none.
 std::string deserialized(Label& label, const std::vector<unsigned char>& value) {
     try {
@@ -49,40 +42,27 @@ TEST(LabelModel, ReadsTexts) {
     constexpr const char* kTable = R"(
 # what is read, as text | the text that comes back | why it was rejected
 00000000000000AB-000000000000000C-FFFFFFFFFFFFFFFF | 00000000000000ab-000000000000000c-ffffffffffffffff
-0x000000000000ab-0X00000000000001-0000000000000002 | 00000000000000ab-0000000000000001-0000000000000002
 00000000000000a_-_000000000000001-0000000000000002 | 000000000000000a-0000000000000001-0000000000000002
 -000000000000001-0000000000000001-0000000000000002 | ffffffffffffffff-0000000000000001-0000000000000002
-1-1-0000000000000000000000000000000000000000000002 | 0000000000000001-0000000000000001-0000000000000002
 '' | L | label deserialization failed: Invalid format: missing OID
 0000000000000001-0000000000000001-000000000000001  | Z | Invalid ID string length: 49
-0000000000000001-0000000000000001-00000000000000011 | Z | Invalid ID string length: 51
-0000000000000001+0000000000000001-0000000000000001 | Z | Invalid ID format (expect pkg-file-path)
-0000000000000001-0000000000000001:0000000000000001 | Z | Invalid ID format (expect pkg-file-path)
 0000000000000001-0000000000000001-000000000000001g | Z | Invalid ID format (expect pkg-file-path)
 10000000000000000-0000000000000001-00000000000000f | Z | Invalid ID format (expect pkg-file-path)
-I:12:I:5:I | I:12:I:5:I
-I:_12ab:I:+7:I\nrest | I:12:I:7:I
 Z:4294967297:Z:4294967301:Z | Z:1:Z:5:Z
-Z:-1:Z:7x:Z | Z:4294967295:Z:7:Z
+Z:-1:Z:_+7x:Z\nrest | Z:4294967295:Z:7:Z
 :1:I:5:I | Z:1:I:5:I | Invalid ID string length: 0
-I:1:I:5:I:x | I:1:I:5:Z | Invalid ID string length: 52
 I: | L | label deserialization failed: Invalid format: missing TID
-I:1 | L | label deserialization failed: Invalid format: missing SID
-I:1:I | L | label deserialization failed: Invalid format: missing inherit flag
 I:1:I:5: | L | label deserialization failed: Invalid format: missing creator OID
 I::I:5:I | L | label deserialization failed: stoul
-I:18446744073709551616:I:5:I | L | label deserialization failed: stoul
 I:1:I:6:I | L | label deserialization failed: Invalid inherit flag value
 )";
     CapturedLog log;
     for (const Lines& cells : readTable(kTable, 3)) {
         const std::string text = expand(cells[0]);
-        const std::string read = expand(cells[1]);
-        const bool isLabel = read.find(':') != std::string::npos;
-        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(), read)
-            << text;
-        const Lines lines(cells[2].empty() ? 0 : 1, "ERROR [fromString] " + cells[2]);
-        EXPECT_EQ(log.take(), lines) << text;
+        const bool isLabel = expand(cells[1]).size() > 50;
+        EXPECT_EQ(isLabel ? Label::fromString(text).toString() : Id::fromString(text).toString(),
+                  expand(cells[1]));
+        EXPECT_EQ(log.take(), Lines(cells[2].empty() ? 0 : 1, "ERROR [fromString] " + cells[2])) << text;
     }
 }
 
@@ -100,22 +80,25 @@ L                                 | 00000000000000000000000000000000000000000000
 1.0.0:0:2.0.0:0:3.9.0             | 010000000000000002000000000000000300000000000000090000000000000002
 1.0.0:0:2.0.0:0:3.0.9             | 010000000000000002000000000000000300000000000000090000000000000001
 )";
-    EXPECT_EQ(serialized(kFull), fromHexadecimal(kFullHex));
-    for (const Lines& cells : readTable(kTable, 2)) {
-        EXPECT_EQ(serialized(Label::fromString(expand(cells[0]))), fromHexadecimal(cells[1])) << cells[0];
-        Label label;
-        EXPECT_EQ(deserialized(label, fromHexadecimal(cells[1])), expand(cells[0]));
+    std::vector<Lines> rows = readTable(kTable, 2);
+    rows.push_back({kFull.toString(), kFullHex});
+    for (const Lines& cells : rows) {
+        const Label label = Label::fromString(expand(cells[0]));
+        std::vector<unsigned char> buffer(label.serializedBufferSize());
+        EXPECT_EQ(label.serializeToBuffer(buffer.data(), buffer.size()), buffer.size());
+        EXPECT_EQ(buffer, fromHexadecimal(cells[1])) << cells[0];
+        Label read;
+        EXPECT_EQ(deserialized(read, buffer), expand(cells[0]));
     }
 }
 
 TEST(LabelModel, RejectsForeignBytes) {
-    const std::string prefix = "Label deserialization failed: ";
+    const std::string prefix = "Label deserialization failed: Buffer ";
     for (size_t size = 0; size < 90; ++size) {  // every cut of a value that announces all parts
         std::vector<unsigned char> cut = fromHexadecimal(kFullHex);
         cut.resize(size, 0xff);
         std::fill_n(cut.rbegin(), size > 0 ? 1 : 0, 0xff);
-        const char* reason =
-            size < 25 || size > 81 ? "Buffer size is invalid" : "Buffer too small for required data";
+        const char* reason = size < 25 || size > 81 ? "size is invalid" : "too small for required data";
         Label label;
         EXPECT_EQ(deserialized(label, cut), size == 81 ? kFull.toString() : prefix + reason) << size;
     }
@@ -123,70 +106,55 @@ TEST(LabelModel, RejectsForeignBytes) {
     // What was read before the failure stays, and so does what a value leaves out.
     Label label = kFull;
     EXPECT_EQ(deserialized(label, fromHexadecimal("09000000000000000a000000000000000b0000000000000080")),
-              prefix + "Buffer too small for required data");
+              prefix + "too small for required data");
     EXPECT_EQ(label.toString(), (Label{{9, 10, 3}, {11, 5, 6}, kFull.creatorOid_, 0x12345678, 5}).toString());
     // Bytes before the state byte may be left over.
-    deserialized(label, fromHexadecimal("01000000000000000200000000000000030000000000000077777700"));
-    EXPECT_EQ(label.toString(),
-              (Label{{1, 10, 3}, {2, 5, 6}, {3, 8, kFull.creatorOid_.path_}, 0x12345678, 5}).toString());
+    EXPECT_EQ(deserialized(label, fromHexadecimal(std::string(48, '0') + "777700")),
+              (Label{{0, 10, 3}, {0, 5, 6}, {0, 8, kFull.creatorOid_.path_}, 0x12345678, 5}).toString());
 }
 
 TEST(LabelModel, ChecksBuffers) {
     CapturedLog log;
     std::vector<unsigned char> buffer(80, 0xee);
-    const std::vector<unsigned char> untouched = buffer;
     const Id id{1, 0, 3};
     EXPECT_EQ(kFull.serializeToBuffer(buffer.data(), 80), 0U);
     EXPECT_EQ(kFull.serializeToBuffer(nullptr, 81), 0U);
-    EXPECT_THAT([&] { id.toBytes(buffer.data(), 15); },
-                testing::Throws<LabelError>(testing::AllOf(
-                    testing::Field(&LabelError::code, 3),
-                    testing::Property(&LabelError::what,
-                                      testing::StrEq("Buffer size is insufficient for ID serialization")))));
+    EXPECT_THROW(id.toBytes(buffer.data(), 15), LabelError);
     EXPECT_EQ(id.toBytes(nullptr), nullptr);
-    EXPECT_EQ(id.toBytes(nullptr, 0), nullptr);
     EXPECT_EQ(Id::fromBytes(nullptr).toString(), expand("Z"));
-    EXPECT_THAT(log.take(),
-                testing::ElementsAre(
-                    "ERROR [serializeToBuffer] Buffer size is insufficient. Required: 81, provided: 80",
-                    "ERROR [serializeToBuffer] Buffer pointer is null",
-                    "ERROR [toBytes] toBytes: buffer too small, required: 16, actual: 15",
-                    "ERROR [toBytes] input buffer is nullptr", "ERROR [toBytes] input buffer is nullptr",
-                    "ERROR [fromBytes] fromBytes: input data is nullptr"));
-    EXPECT_EQ(buffer, untouched);
+    EXPECT_EQ(log.take(),
+              (Lines{"ERROR [serializeToBuffer] Buffer size is insufficient. Required: 81, provided: 80",
+                     "ERROR [serializeToBuffer] Buffer pointer is null",
+                     "ERROR [toBytes] toBytes: buffer too small, required: 16, actual: 15",
+                     "ERROR [toBytes] input buffer is nullptr",
+                     "ERROR [fromBytes] fromBytes: input data is nullptr"}));
+    EXPECT_EQ(buffer, std::vector<unsigned char>(80, 0xee));
     EXPECT_EQ(id.toBytes(buffer.data(), 16), buffer.data() + 16);
     EXPECT_EQ(bytesToHexString(buffer.data(), 17), "01000000000000000300000000000000ee");
-    EXPECT_EQ(Id::fromBytes(fromHexadecimal(kFullHex).data()).toString(), kFull.oid_.toString());
 }
 
 TEST(LabelModel, KeepsLabelsInTheAttributeAndLogsIt) {
     const TemporaryTree tree;
-    setLabelAttribute(tree.file("full"), kFullHex);
-    setLabelAttribute(tree.link("link", "full"), std::string(50, '0'));
+    tree.file("bare");
+    setLabelAttribute(tree.link("link", "bare"), std::string(50, '0'));
     setLabelAttribute(tree.file("empty"), "");
     setLabelAttribute(tree.file("bad"), std::string(48, '0') + "80");
-    tree.file("bare");
-    tree.link("dangling", "nowhere");
     tree.file("mount/file");
     const std::string readOnly = tree.path("mount");
     ASSERT_EQ(mount(readOnly.c_str(), readOnly.c_str(), nullptr, MS_BIND, nullptr), 0);
     ASSERT_EQ(mount(nullptr, readOnly.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
     constexpr const char* kTable = R"(
 # operation (with l: on a link itself) | file | result | log lines
-get  | @/full | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: ff\nDEBUG [deserializeFromBuffer] Label deserialization: tid: 12345678
-get  | @/link | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: ff\nDEBUG [deserializeFromBuffer] Label deserialization: tid: 12345678
 lget | @/link | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: 00
 get  | @/bare | -1 | DEBUG [getFromXattr] Extended attribute not found: PATH
-get  | /proc/version | -1 | DEBUG [getFromXattr] Failed to get extended attribute size: Operation not supported
 get  | @/empty | -1 | ERROR [getFromXattr] LabelError: Extended attribute is empty: security.zorv: PATH
 get  | @/bad | -1 | DEBUG [deserializeFromBuffer] Label deserialization: state: 80\nERROR [getFromXattr] LabelError: Label deserialization failed: Buffer too small for required data: PATH
-lget | @/dangling | -1 | ERROR [getFromXattr] LabelError: File does not exist: : PATH
 get  | @/LONG | -1 | ERROR [getFromXattr] exception: filesystem error: status: File name too long [PATH]: PATH
-set  | @/bare | 0 | DEBUG [serializeToBuffer] Serialized tid_: 78563412\nDEBUG [serializeToBuffer] Serialized state: ff\nDEBUG [setToXattr] setxattr: 0, path: PATH
 lset | @/link | 0 | DEBUG [serializeToBuffer] Serialized tid_: 78563412\nDEBUG [serializeToBuffer] Serialized state: ff\nDEBUG [setToXattr] lsetxattr: 0, path: PATH
+set  | @/bare | 0 | DEBUG [serializeToBuffer] Serialized tid_: 78563412\nDEBUG [serializeToBuffer] Serialized state: ff\nDEBUG [setToXattr] setxattr: 0, path: PATH
+get  | @/bare | 0 | DEBUG [deserializeFromBuffer] Label deserialization: state: ff\nDEBUG [deserializeFromBuffer] Label deserialization: tid: 12345678
 set  | /proc/version | -1 | DEBUG [serializeToBuffer] Serialized tid_: 78563412\nDEBUG [serializeToBuffer] Serialized state: ff\nDEBUG [setToXattr] setxattr: -1, path: PATH\nERROR [setToXattr] LabelError: Filesystem does not support extended attributes: : PATH
 set  | @/mount/file | -1 | DEBUG [serializeToBuffer] Serialized tid_: 78563412\nDEBUG [serializeToBuffer] Serialized state: ff\nDEBUG [setToXattr] setxattr: -1, path: PATH\nERROR [setToXattr] LabelError: Failed to set extended attribute: Read-only file system: PATH
-lset | @/dangling | -1 | ERROR [setToXattr] LabelError: File does not exist: : PATH
 set  | @/LONG | -2 | ERROR [setToXattr] exception: filesystem error: status: File name too long [PATH]: PATH
 )";
     CapturedLog log;
@@ -196,9 +164,9 @@ set  | @/LONG | -2 | ERROR [setToXattr] exception: filesystem error: status: Fil
         const bool noDereference = cells[0][0] == 'l';
         const bool sets = cells[0].find("set") != std::string::npos;
         Label read;
-        const int status =
-            sets ? kFull.setToXattr(path, noDereference) : read.getFromXattr(path, noDereference);
-        EXPECT_EQ(status, std::stoi(cells[2])) << path;
+        EXPECT_EQ(sets ? kFull.setToXattr(path, noDereference) : read.getFromXattr(path, noDereference),
+                  std::stoi(cells[2]))
+            << path;
         EXPECT_EQ(log.take(), split(replaceAll(cells[3], "PATH", path), "\n")) << path;
     }
     EXPECT_EQ(umount(readOnly.c_str()), 0);

@@ -81,7 +81,8 @@ const char* vfsName() {
 
 // The journal alone could make SQLite take any file for a database.
 void requireDatabase(const UniqueFd& file, const std::string& path) {
-    constexpr std::string_view kMagic("SQLite format 3", 16);  // with its NUL
+    using namespace std::string_view_literals;
+    constexpr std::string_view kMagic = "SQLite format 3\0"sv;
     std::array<char, kMagic.size()> begin{};
     const ssize_t size = pread(file.get(), begin.data(), begin.size(), 0);
     if (size < 0) {

@@ -43,7 +43,8 @@ bool isProgram(const std::string& searchPath, const std::string& name) {
     std::istringstream directories(searchPath);
     for (std::string directory; std::getline(directories, directory, ':');) {
         struct stat status {};
-        if (stat((directory + "/" + name).c_str(), &status) == 0 && (status.st_mode & S_IXUSR) != 0) {
+        directory.append("/").append(name);
+        if (stat(directory.c_str(), &status) == 0 && (status.st_mode & S_IXUSR) != 0) {
             return true;
         }
     }
@@ -69,7 +70,7 @@ class AskedDatabase : public PackageDatabase {
 
     std::string owner(const std::string& path) const override {
         for (const std::string& name : {path, nameBeforeMerge(path)}) {
-            const std::string found =
+            std::string found =
                 name.empty() ? "" : parseOwner(ask(questions.owners, {name, asDpkgPattern(name)}));
             if (!found.empty()) {
                 return found;

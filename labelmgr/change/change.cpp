@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "labelmgr/change/change_plan.h"
+#include "labelmgr/change/done_log.h"
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/files/in_threads.h"
@@ -142,6 +143,7 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         }
         throw;
     }
+    logDone(steps, plan.lastValue, plan.files.size());
     if (plan.failed != 0) {
         throw PartlyDone(steps.front().target.text,
                          std::to_string(plan.failed) + " of its files did not take it; the others did");

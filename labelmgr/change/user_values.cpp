@@ -3,6 +3,7 @@
 #include "base/hexadecimal.h"
 #include "common/wildcard.h"
 #include "labelmgr/change/change.h"
+#include "labelmgr/change/done_log.h"
 #include "labelmgr/change/session.h"
 #include "labelmgr/model/operation_error.h"
 #include "labelmgr/policy/derived_label.h"
@@ -113,6 +114,7 @@ void setPackageId(const Context& context, std::string_view name, uint64_t id) {
         tellOfPackage(store, "set_id", name, id);
         return size_t{1};
     });
+    logDone("set_id " + std::string(name) + " " + hexadecimalOf(id));
 }
 
 void deletePackageId(const Context& context, std::string_view name) {
@@ -125,6 +127,7 @@ void deletePackageId(const Context& context, std::string_view name) {
         tellOfPackage(*store, "del_id", name, packageIdOfName(std::string(name)));
         return size_t{1};
     });
+    logDone("del_id " + std::string(name));
 }
 
 void clearPackageIds(const Context& context) {
@@ -137,5 +140,6 @@ void clearPackageIds(const Context& context) {
             }
             return packages.size();
         });
+        logDone("clear_id of all packages");
     }
 }

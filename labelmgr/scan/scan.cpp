@@ -6,6 +6,7 @@
 #include <optional>
 #include <unistd.h>
 
+#include "labelmgr/change/done_log.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/change/session.h"
 #include "labelmgr/model/operation_error.h"
@@ -111,9 +112,9 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
             return counts.failed + 1;
         }
     }
-    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds%s", asOneLine(root).c_str(),
+    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds%s; %s", asOneLine(root).c_str(),
              counts.labelled.load(), counts.unchanged.load(), counts.failed.load(), secondsSince(begin),
-             signal == 0 ? "" : ", interrupted by a signal");
+             signal == 0 ? "" : ", interrupted by a signal", byWhom().c_str());
     if (signal != 0) {
         raise(signal);
     }

@@ -91,6 +91,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
                              const std::vector<std::string>& skippedPaths, unsigned int threads) {
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
+    StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);  // to keep owners in
     Facts facts(context);
     LabelSnapshot snapshot(facts, root, skippedPaths);
     const Registration registration = registerScan(context, snapshot);

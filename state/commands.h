@@ -1,0 +1,7 @@
+#pragma once
+
+#include "state/options.h"
+
+// The program's commands. Each answers its exit status and prints its result; failures
+// throw.
+Status runExport(const Options& options);

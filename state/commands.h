@@ -4,4 +4,5 @@
 
 // The program's commands. Each answers its exit status and prints its result; failures
 // throw.
+Status runApply(const Options& options);
 Status runExport(const Options& options);

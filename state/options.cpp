@@ -11,6 +11,7 @@
 namespace {
 
 constexpr Command kCommands[] = {
+    {"apply", "[--check] [--keep-others] [--allow-missing] [--json] FILE", "CKMJq", 1, 1, runApply},
     {"export", "[FILE]", "q", 0, 1, runExport},
 };
 

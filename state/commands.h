@@ -6,3 +6,4 @@
 // throw.
 Status runApply(const Options& options);
 Status runExport(const Options& options);
+Status runVerify(const Options& options);

@@ -13,6 +13,7 @@ namespace {
 constexpr Command kCommands[] = {
     {"apply", "[--check] [--keep-others] [--allow-missing] [--json] FILE", "CKMJq", 1, 1, runApply},
     {"export", "[FILE]", "q", 0, 1, runExport},
+    {"verify", "[--json] ROOT", "Jq", 1, 1, runVerify},
 };
 
 // Short letters are those of the short options.

@@ -1,5 +1,7 @@
 #include "labelmgr/scan/label_snapshot.h"
 
+#include <algorithm>
+
 LabelSnapshot::LabelSnapshot(Facts& facts, const std::string& root,
                              const std::vector<std::string>& skippedPaths)
     : skipped(skippedPaths.begin(), skippedPaths.end()),
@@ -48,6 +50,17 @@ std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::below(
 
 bool LabelSnapshot::isExcluded(const Directory& directory, const std::string& path) const {
     return firstMatch(directory.excluded, path) != nullptr || (!skipped.empty() && skipped.count(path) != 0);
+}
+
+bool LabelSnapshot::isLeftAlone(std::string path) const {
+    const auto rules = wholeSystem();
+    while (!isExcluded(*rules, path)) {
+        if (path == "/") {
+            return false;
+        }
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    }
+    return true;
 }
 
 Label LabelSnapshot::label(const Directory& directory, const std::string& path, mode_t mode) const {

@@ -1,5 +1,6 @@
 #include "state/options.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
@@ -12,7 +13,10 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"apply", "[--check] [--keep-others] [--allow-missing] [--json] FILE", "CKMJq", 1, 1, runApply},
+    {"check-policy", "[--json] [FILE]", "Jq", 0, 1, runCheckPolicy},
+    {"explain", "[--json] PATH", "J", 1, 1, runExplain},
     {"export", "[FILE]", "q", 0, 1, runExport},
+    {"remove-pattern", "[-o] [-s] [-t] [-i] PATTERN", "ostiq", 1, 1, runRemovePattern},
     {"verify", "[--json] ROOT", "Jq", 1, 1, runVerify},
 };
 
@@ -66,7 +70,8 @@ void storeOption(Options& options, int letter) {
         }
     }
     for (const FieldOption& row : kFieldOptions) {
-        if (row.letter == letter) {
+        const auto end = options.fields.end();
+        if (row.letter == letter && std::find(options.fields.begin(), end, row.field) == end) {
             options.fields.push_back(row.field);
         }
     }

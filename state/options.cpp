@@ -13,10 +13,12 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"apply", "[--check] [--keep-others] [--allow-missing] [--json] FILE", "CKMJq", 1, 1, runApply},
+    {"backup", "FILE", "q", 1, 1, runBackup},
     {"check-policy", "[--json] [FILE]", "Jq", 0, 1, runCheckPolicy},
     {"explain", "[--json] PATH", "J", 1, 1, runExplain},
     {"export", "[FILE]", "q", 0, 1, runExport},
     {"remove-pattern", "[-o] [-s] [-t] [-i] PATTERN", "ostiq", 1, 1, runRemovePattern},
+    {"restore", "[--check] [--json] FILE", "CJq", 1, 1, runRestore},
     {"verify", "[--json] ROOT", "Jq", 1, 1, runVerify},
 };
 

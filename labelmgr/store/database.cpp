@@ -23,6 +23,10 @@ constexpr LockedBytes kWritersByte{0x40000003, 1};
 
 [[noreturn]] void throwDatabaseError(sqlite3* database, const std::string& path) {
     std::string reason = sqlite3_errmsg(database);
+    const int kind = sqlite3_errcode(database);
+    if (kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB) {
+        throw StoreDamaged(path, reason);
+    }
     const int systemReason = sqlite3_system_errno(database);
     if (systemReason != 0) {
         reason.append(" (").append(std::strerror(systemReason)).append(")");
@@ -89,7 +93,7 @@ void requireDatabase(const UniqueFd& file, const std::string& path) {
         throw systemError(path);
     }
     if (size > 0 && std::string_view(begin.data(), begin.size()) != kMagic) {
-        throw OperationError(path, "file is not a database");
+        throw StoreDamaged(path, "file is not a database");
     }
 }
 
@@ -196,6 +200,18 @@ void Database::shorten() {
         reopen();  // or what is in the database by now would be written over in the journal
     }
     unlockBytes(lockedFile.get(), kReadersByte);
+}
+
+void Database::requireSound() {
+    Statement look = prepare("PRAGMA integrity_check(1)");
+    const std::string found = look.step() ? look.bytes(0) : "no answer";
+    if (found != "ok") {
+        throw StoreDamaged(path, "damaged: " + asOneLine(found));
+    }
+}
+
+void Database::copyTo(const std::string& file) {
+    prepare("VACUUM INTO CAST(? AS TEXT)").bind(file).run();
 }
 
 void Database::executeAll(const char* script) {

@@ -29,6 +29,12 @@
 // of the bytes that each of them locks, and waits while one of them has the database
 // open; a reader of ours holds another, which keeps them from putting the journal away.
 
+// The bytes are no database, or one whose parts do not fit together, or a foreign one.
+class StoreDamaged : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
 // A prepared statement. Values are bound by position from 1, columns read by position
 // from 0. Texts are bytes (BLOBs).
 class Statement {
@@ -78,6 +84,11 @@ class Database {
     void reopen();
     // Takes the journal into the database, unless somebody reads.
     void shorten();
+
+    // Looks at all of it. Throws StoreDamaged.
+    void requireSound();
+    // Writes what it holds, without the journal, to an empty file.
+    void copyTo(const std::string& file);
 
     Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
     void execute(const char* sql) { prepare(sql).run(); }

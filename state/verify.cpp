@@ -93,7 +93,7 @@ class Comparison : public SnapshotVisitor {
 
     void leaveFileSystem(const WalkEntry& entry) {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (withoutAttributes.insert(entry.device).second) {
+        if (withoutAttributes.insert(entry.status.device).second) {
             printRemark(options, asOneLine(entry.path) +
                                      ": the file system has no attributes for labels and is left alone");
         }

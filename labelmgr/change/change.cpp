@@ -3,9 +3,9 @@
 #include <atomic>
 
 #include "labelmgr/change/change_plan.h"
-#include "labelmgr/change/in_chunks.h"
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
+#include "labelmgr/files/in_chunks.h"
 #include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <sys/resource.h>
 
-#include "labelmgr/change/in_chunks.h"
+#include "labelmgr/files/in_chunks.h"
 #include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 
@@ -43,55 +43,48 @@ void addStep(FileSteps& steps, const FileStep& added) {
     steps.push_back(added);
 }
 
-// A file, what is done to it, and how it was found; one that cannot be looked at has a
-// failure.
+// A file, what is done to it, and how it was found.
 struct PlannedFile {
-    std::string path;
-    FileSteps steps;
-    mode_t mode = 0;
-    ino_t inode = 0;
-    dev_t device = 0;
-    LabelBytes former = std::nullopt;
+    SeenFile seen;
+    FileSteps steps = {};
+    bool isLookedAt = false;
     std::unique_ptr<PinnedFile> pin = nullptr;
-    std::exception_ptr failure = nullptr;
 };
 
-// Sorted by path.
-std::deque<PlannedFile> filesOfSteps(const std::vector<ChangeStep>& steps, size_t& failed) {
-    std::vector<std::pair<std::string, FileStep>> found;
+// Sorted by path. Those that patterns found have been looked at.
+std::deque<PlannedFile> filesOfSteps(const Context& context, const std::vector<ChangeStep>& steps,
+                                     size_t& failed) {
+    std::vector<std::pair<SeenFile, FileStep>> found;
     for (const ChangeStep& step : steps) {
-        FoundFiles files = filesOf(step.target);
+        FoundFiles files = filesOf(context, step.target);
         failed += files.unreadable;
-        for (std::string& path : files.paths) {
-            found.emplace_back(std::move(path), FileStep{&step, !step.target.isPattern});
+        for (SeenFile& file : files.files) {
+            found.emplace_back(std::move(file), FileStep{&step, !step.target.isPattern});
         }
     }
     std::stable_sort(found.begin(), found.end(),
-                     [](const auto& left, const auto& right) { return left.first < right.first; });
+                     [](const auto& left, const auto& right) { return left.first.path < right.first.path; });
     std::deque<PlannedFile> planned;
-    for (auto& [path, step] : found) {
-        if (planned.empty() || planned.back().path != path) {
-            planned.push_back({std::move(path), {}});
+    for (auto& [file, step] : found) {
+        if (planned.empty() || planned.back().seen.path != file.path) {
+            planned.push_back({std::move(file), {}, step.step->target.isPattern});
         }
         addStep(planned.back().steps, step);
     }
     return planned;
 }
 
+// A few are pinned; of more it is enough to have seen them.
 void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
+    const bool arePinned = files.size() <= mostPins();
     inChunks(files.size(), [&](size_t begin, size_t end) {
         FilePinner pinner(context);
         for (size_t i = begin; i < end; ++i) {
             PlannedFile& file = files[i];
-            try {
-                PinnedFile pin = pinner.pin(file.path);
-                file.mode = pin.mode();
-                file.inode = pin.inode();
-                file.device = pin.device();
-                file.former = pin.label();
-                file.pin = i < mostPins() ? std::make_unique<PinnedFile>(std::move(pin)) : nullptr;
-            } catch (const OperationError&) {
-                file.failure = std::current_exception();
+            if (arePinned) {
+                file.pin = pinner.pinAndSee(file.seen);
+            } else if (!file.isLookedAt) {
+                pinner.see(file.seen);
             }
         }
     });
@@ -131,21 +124,25 @@ class FilePlanner {
 
  private:
     void addReadable(PlannedFile file, bool isNeeded) {
-        if (file.failure) {
-            std::rethrow_exception(file.failure);
+        SeenFile& seen = file.seen;
+        if (seen.reason != 0) {
+            throwFileError(seen.path, seen.reason);
         }
         ChangedFile changed{
-            {std::move(file.path), file.device, file.inode, std::move(file.former), {}}, {}, {}, isNeeded};
+            {std::move(seen.path), seen.status.device, seen.status.inode, std::move(seen.label), {}},
+            {},
+            {},
+            isNeeded};
         const std::string& path = changed.file.path;
         const LabelBytes& former = changed.file.former;
         // A whole label takes the place of whatever is there.
         const bool isKept = former && !writesWholeLabel(file.steps.front().step->kind);
         Label label = isKept ? decodeLabel(path, *former) : Label();
         for (const FileStep& entry : file.steps) {
-            apply(entry, file.mode, changed, label);
+            apply(entry, seen.status.mode, changed, label);
         }
         changed.file.wanted = encodeLabel(label);
-        if (changed.isToBeWritten() && !isNeeded && isReadOnly(path, file.device)) {
+        if (changed.isToBeWritten() && !isNeeded && isReadOnly(path, changed.file.device)) {
             throw FileRefuses(path, std::strerror(EROFS));
         }
         if (changed.isToBeWritten()) {
@@ -153,7 +150,7 @@ class FilePlanner {
             changed.pin = std::move(file.pin);
         }
         if (!changed.isToBeWritten() &&
-            (rightDevices.insert(file.device).second || plan.rightFiles.size() <= kFewFiles)) {
+            (rightDevices.insert(changed.file.device).second || plan.rightFiles.size() <= kFewFiles)) {
             plan.rightFiles.push_back(path);
         }
         if (changed.isToBeWritten() || !changed.messages.empty()) {
@@ -202,13 +199,18 @@ class FilePlanner {
 
 }  // namespace
 
-FoundFiles filesOf(const Target& target) {
-    return target.isPattern ? filesMatching(target.text) : FoundFiles{{target.text}, 0};
+FoundFiles filesOf(const Context& context, const Target& target) {
+    if (target.isPattern) {
+        return filesMatching(context, target.text);
+    }
+    FoundFiles found;
+    found.files.push_back({target.text, {}, std::nullopt});
+    return found;
 }
 
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
     ChangePlan plan;
-    std::deque<PlannedFile> files = filesOfSteps(steps, plan.failed);
+    std::deque<PlannedFile> files = filesOfSteps(context, steps, plan.failed);
     lookAtFiles(context, files);
     Facts facts(context);
     LabelDeriver deriver(&store, facts);

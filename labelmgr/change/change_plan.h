@@ -25,5 +25,5 @@ struct ChangePlan {
 // OperationError.
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps);
 
-// The files that a target stands for, by their paths.
-FoundFiles filesOf(const Target& target);
+// The files that a target stands for; one that it names itself is not looked at.
+FoundFiles filesOf(const Context& context, const Target& target);

@@ -32,21 +32,16 @@ void LabelWriter::onFile(const ChangedFile& changed, Work work) {
         return;
     }
     const PendingFile& file = changed.file;
-    const PinnedFile pin = pinner.pin(file.path);
-    const LabelBytes label = pin.inode() == file.inode ? pin.label() : std::nullopt;
-    if (pin.inode() != file.inode || (label != file.former && label != file.wanted)) {
+    const EntryFile entry = pinner.entry(file.path);
+    const LabelBytes label = entry.inode() == file.inode ? entry.label() : std::nullopt;
+    if (entry.inode() != file.inode || (label != file.former && label != file.wanted)) {
         throw FileGone(file.path, "not the same file with the same label any more");
     }
-    work(pin);
+    work(entry);
 }
 
 void LabelWriter::write(const ChangedFile& changed) {
-    onFile(changed, [&](const PinnedFile& pin) { setLabel(pin, changed.file.wanted); });
-}
-
-void LabelWriter::setLabel(const PinnedFile& file, const LabelBytes& label) {
-    file.setLabel(label);
-    note(file);
+    onFile(changed, [&](const auto& same) { setLabel(same, changed.file.wanted); });
 }
 
 void LabelWriter::noteRight(const std::string& path) {
@@ -57,7 +52,8 @@ void LabelWriter::noteRight(const std::string& path) {
     }
 }
 
-void LabelWriter::note(const PinnedFile& file) {
+template <typename File>
+void LabelWriter::note(const File& file) {
     ++noted;
     if (noted > kFewFiles && fileSystems.has(file.device())) {
         return;
@@ -93,11 +89,11 @@ std::vector<PendingFile> LabelWriter::takeBack(const ChangedFiles& files) {
             continue;
         }
         try {
-            onFile(*changed, [&](const PinnedFile& pin) {
-                if (pin.label() == file.wanted) {
-                    pin.setLabel(file.former);
+            onFile(*changed, [&](const auto& same) {
+                if (same.label() == file.wanted) {
+                    same.setLabel(file.former);
                 }
-                note(pin);
+                note(same);
             });
             continue;
         } catch (const FileGone& failure) {

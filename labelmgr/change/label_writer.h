@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "labelmgr/files/file_pinner.h"
 #include "labelmgr/files/flush.h"
-#include "labelmgr/files/pinned_file.h"
 #include "labelmgr/store/pending_table.h"
 
 // A file of a change. It is pinned from the look at its label until the change is told or
 // taken back; where a change has too many files for that, it is found again by its path,
-// and must then be the same file with the label that it should have by now.
+// and must then have the same inode and the label that it should have by now.
 struct ChangedFile {
     PendingFile file;
     std::unique_ptr<PinnedFile> pin;
@@ -28,7 +28,12 @@ class LabelWriter {
  public:
     explicit LabelWriter(const Context& context) : pinner(context) {}
 
-    void setLabel(const PinnedFile& file, const LabelBytes& label);
+    // A PinnedFile or an EntryFile.
+    template <typename File>
+    void setLabel(const File& file, const LabelBytes& label) {
+        file.setLabel(label);
+        note(file);
+    }
     // Throws OperationError, FileGone when the path leads to another file or another
     // label by now.
     void write(const ChangedFile& changed);
@@ -48,7 +53,8 @@ class LabelWriter {
  private:
     template <typename Work>
     void onFile(const ChangedFile& changed, Work work);
-    void note(const PinnedFile& file);
+    template <typename File>
+    void note(const File& file);
 
     FilePinner pinner;
     std::vector<UniqueFd> unflushedFiles;  // while they are few

@@ -113,9 +113,9 @@ void reapplyChangesDuringScan(Store& store, const Context& context, Facts& facts
     std::vector<std::string> paths;
     for (const Target& target : store.scan().changes()) {
         try {
-            for (std::string& path : filesOf(target).paths) {
-                if (path == root || path.rfind(prefix, 0) == 0) {
-                    paths.push_back(std::move(path));
+            for (SeenFile& file : filesOf(context, target).files) {
+                if (file.path == root || file.path.rfind(prefix, 0) == 0) {
+                    paths.push_back(std::move(file.path));
                 }
             }
         } catch (const OperationError& failure) {

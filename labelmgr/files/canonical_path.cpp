@@ -88,7 +88,10 @@ class Resolution {
 
  private:
     void descend(const std::string& name) {
-        Pin entry = pinEntry(pin, name.c_str(), path, remote);
+        Pin entry;
+        if (const int reason = pinEntry(pin, name.c_str(), remote, entry)) {
+            throwFileError(path, reason);
+        }
         if (!S_ISLNK(entry.status.mode)) {
             names.push_back(name);
             pin = std::move(entry);

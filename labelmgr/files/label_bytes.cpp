@@ -1,7 +1,16 @@
 #include "labelmgr/files/label_bytes.h"
 
+#include "base/attribute_at.h"
 #include "label/label_error.h"
 #include "labelmgr/model/operation_error.h"
+
+int readLabelAt(int directory, const char* name, const std::string& attribute, LabelBytes& label) {
+    return readLabelBy(
+        [&](char* buffer, size_t size) {
+            return getAttributeAt(directory, name, attribute.c_str(), buffer, size);
+        },
+        label);
+}
 
 Label decodeLabel(const std::string& path, const std::string& bytes) {
     try {

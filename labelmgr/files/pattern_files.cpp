@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <sys/stat.h>
 #include <utility>
 
 #include "common/wildcard.h"
+#include "labelmgr/files/in_chunks.h"
 #include "labelmgr/files/pinned_file.h"
 #include "labelmgr/files/tree_walk.h"
 #include "labelmgr/model/operation_error.h"
@@ -16,7 +18,9 @@ namespace {
 
 class MatchCollector : public TreeVisitor {
  public:
-    explicit MatchCollector(const std::string& pattern) : rule{pattern, true} {}
+    // Without an attribute no labels are read.
+    MatchCollector(const std::string& pattern, const std::string* labelAttribute)
+        : rule{pattern, true}, attribute(labelAttribute) {}
 
     std::shared_ptr<const WalkState> enter(const std::string& path,
                                            const std::shared_ptr<const WalkState>& parent) override {
@@ -24,9 +28,15 @@ class MatchCollector : public TreeVisitor {
     }
 
     void visit(const WalkEntry& entry, const WalkState& /*state*/) override {
-        if (matchesPattern(rule.pattern, entry.path)) {
-            found.paths.push_back(entry.path);
+        if (!matchesPattern(rule.pattern, entry.path)) {
+            return;
         }
+        SeenFile file{entry.path, entry.status, std::nullopt};
+        if (attribute != nullptr) {
+            file.reason = readLabelAt(entry.directory, entry.name, *attribute, file.label);
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        found.files.push_back(std::move(file));
     }
 
     void fail(const std::string& path, int reason) override {
@@ -34,6 +44,7 @@ class MatchCollector : public TreeVisitor {
             throw systemError(path, reason);
         }
         ZORV_LOG(error, "%s: %s", asOneLine(path).c_str(), std::strerror(reason));
+        const std::lock_guard<std::mutex> lock(mutex);
         ++found.unreadable;
     }
 
@@ -41,13 +52,16 @@ class MatchCollector : public TreeVisitor {
 
  private:
     PatternRule<bool> rule;
+    const std::string* attribute;
+    std::mutex mutex;  // of what has been found
 };
 
-FoundFiles collect(const std::string& root, const std::string& pattern) {
-    MatchCollector collector(pattern);
+FoundFiles collect(const std::string& root, const std::string& pattern, const std::string* attribute) {
+    MatchCollector collector(pattern, attribute);
     try {
         if (S_ISDIR(pinPath(root).status.mode)) {
-            TreeWalk(collector, 1).run(TreeWalk::openRoot(root), root, std::make_shared<WalkState>());
+            TreeWalk(collector, usefulThreads())
+                .run(TreeWalk::openRoot(root), root, std::make_shared<WalkState>());
         }
     } catch (const FileGone&) {
         return {};  // no directory, no files
@@ -60,10 +74,10 @@ FoundFiles collect(const std::string& root, const std::string& pattern) {
 
 }  // namespace
 
-FoundFiles filesMatching(const std::string& pattern) {
-    return collect(getParentDirWithoutWildcard(pattern), pattern);
+FoundFiles filesMatching(const Context& context, const std::string& pattern) {
+    return collect(getParentDirWithoutWildcard(pattern), pattern, &context.attribute);
 }
 
 FoundFiles filesBelow(const std::string& directory) {
-    return collect(directory, directory.back() == '/' ? directory + "?*" : directory + "/?*");
+    return collect(directory, directory.back() == '/' ? directory + "?*" : directory + "/?*", nullptr);
 }

@@ -12,7 +12,10 @@
 namespace {
 
 constexpr int kFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-constexpr size_t kUsualSize = 128;  // more than the largest label
+
+bool isRemoteBelow(const Pin& directory, const EntryStatus& entry) {
+    return entry.device != directory.status.device && kindOfDevice(entry.device) == FileSystemKind::kRemote;
+}
 
 }  // namespace
 
@@ -25,25 +28,35 @@ Pin pinRoot() {
     return pin;
 }
 
-Pin pinEntry(const Pin& directory, const char* name, const std::string& path, Remote remote) {
-    Pin pin{UniqueFd(openat(directory.descriptor.get(), name, kFlags)), {}};
-    const int reason = pin.descriptor ? lookAt(pin.descriptor.get(), "", pin.status) : errno;
-    if (reason != 0) {
-        throwFileError(path, reason);
+int lookBelow(const Pin& directory, const char* name, EntryStatus& status) {
+    const int reason = lookAt(directory.descriptor.get(), name, status);
+    return reason == 0 && isRemoteBelow(directory, status) ? EREMOTE : reason;
+}
+
+int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry) {
+    entry.descriptor = UniqueFd(openat(directory.descriptor.get(), name, kFlags));
+    const int reason = entry.descriptor ? lookAt(entry.descriptor.get(), "", entry.status) : errno;
+    const bool isRefused = reason == 0 && remote == Remote::kRefuse && isRemoteBelow(directory, entry.status);
+    return isRefused ? EREMOTE : reason;
+}
+
+int pinPath(const std::string& path, Remote remote, Pin& pin) {
+    pin = pinRoot();
+    int reason = 0;
+    for (size_t begin = path.find_first_not_of('/'); begin != std::string::npos && reason == 0;) {
+        const size_t end = path.find('/', begin);
+        Pin entry;
+        reason = pinEntry(pin, path.substr(begin, end - begin).c_str(), remote, entry);
+        pin = std::move(entry);
+        begin = path.find_first_not_of('/', end);
     }
-    if (remote == Remote::kRefuse && pin.status.device != directory.status.device &&
-        kindOfDevice(pin.status.device) == FileSystemKind::kRemote) {
-        throw FileRefuses(path, "refused: on a network or FUSE file system, which may never answer");
-    }
-    return pin;
+    return reason;
 }
 
 Pin pinPath(const std::string& path, Remote remote) {
-    Pin pin = pinRoot();
-    for (size_t begin = path.find_first_not_of('/'); begin != std::string::npos;) {
-        const size_t end = path.find('/', begin);
-        pin = pinEntry(pin, path.substr(begin, end - begin).c_str(), path, remote);
-        begin = path.find_first_not_of('/', end);
+    Pin pin;
+    if (const int reason = pinPath(path, remote, pin)) {
+        throwFileError(path, reason);
     }
     return pin;
 }
@@ -60,29 +73,28 @@ bool PinnedFile::isOnReadOnlyFileSystem() const {
 }
 
 LabelBytes PinnedFile::label() const {
-    std::string bytes(kUsualSize, '\0');
-    ssize_t size = getxattr(nameInProc.c_str(), attribute.c_str(), bytes.data(), bytes.size());
-    while (size < 0 && errno == ERANGE) {
-        bytes.resize(bytes.size() * 2);
-        size = getxattr(nameInProc.c_str(), attribute.c_str(), bytes.data(), bytes.size());
+    LabelBytes label;
+    if (const int reason = readLabel(label)) {
+        fail(reason);
     }
-    if (size < 0) {
-        if (errno == ENODATA) {
-            return std::nullopt;
-        }
-        fail(errno);
+    return label;
+}
+
+int PinnedFile::readLabel(LabelBytes& label) const {
+    const auto get = [&](char* buffer, size_t size) {
+        return getxattr(nameInProc.c_str(), attribute.c_str(), buffer, size);
+    };
+    const int reason = readLabelBy(get, label);
+    if (reason == ENOENT) {  // of an open file
+        fail(reason);
     }
-    bytes.resize(static_cast<size_t>(size));
-    return bytes;
+    return reason;
 }
 
 void PinnedFile::setLabel(const LabelBytes& bytes) const {
     const int result = bytes
                            ? setxattr(nameInProc.c_str(), attribute.c_str(), bytes->data(), bytes->size(), 0)
                            : removexattr(nameInProc.c_str(), attribute.c_str());
-    if (result != 0 && (errno == ENOSPC || errno == EDQUOT)) {  // of the file, or of its owner
-        throw FileRefuses(name, std::strerror(errno));
-    }
     if (result != 0 && (bytes || errno != ENODATA)) {
         fail(errno);
     }
@@ -113,17 +125,4 @@ void PinnedFile::fail(int reason) const {
         throw systemError(name, reason);
     }
     throwFileError(name, reason);
-}
-
-PinnedFile FilePinner::pin(const std::string& path) {
-    const size_t last = path.rfind('/') + 1;
-    if (last == path.size()) {  // the root
-        return PinnedFile(context, path);
-    }
-    const std::string parent = path.substr(0, last);
-    if (parent != directoryPath) {
-        directory = pinPath(parent);
-        directoryPath = parent;
-    }
-    return PinnedFile(context, path, pinEntry(directory, path.c_str() + last, path, Remote::kRefuse));
 }

@@ -23,12 +23,17 @@ struct Pin {
 };
 
 Pin pinRoot();
-// An entry of a pinned directory, links not followed. The path is for errors.
-Pin pinEntry(const Pin& directory, const char* name, const std::string& path, Remote remote);
 // A file found by its canonical path, one component after the other: no link that was
 // swapped in since is followed; a link in the last component is the file. Works for paths
 // longer than the system takes at once.
 Pin pinPath(const std::string& canonicalPath, Remote remote = Remote::kRefuse);
+
+// The same and an entry of a pinned directory, links not followed: 0, or errno for
+// throwFileError.
+int pinPath(const std::string& canonicalPath, Remote remote, Pin& pin);
+int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry);
+// An entry that is not pinned.
+int lookBelow(const Pin& directory, const char* name, EntryStatus& status);
 
 // Such a file with its label.
 class PinnedFile {
@@ -45,6 +50,8 @@ class PinnedFile {
     bool isOnReadOnlyFileSystem() const;
 
     LabelBytes label() const;
+    // 0, or errno; it throws where no label can be read.
+    int readLabel(LabelBytes& label) const;
     // Nothing takes the label away.
     void setLabel(const LabelBytes& bytes) const;
 
@@ -63,18 +70,4 @@ class PinnedFile {
     std::string attribute;
     Pin pin;
     std::string nameInProc;  // leads from the descriptor's number to the file and nowhere else
-};
-
-// Pins files one after the other; those that follow each other in one directory cost one
-// look-up each.
-class FilePinner {
- public:
-    explicit FilePinner(const Context& in) : context(in) {}
-
-    PinnedFile pin(const std::string& canonicalPath);
-
- private:
-    const Context& context;
-    std::string directoryPath;
-    Pin directory;
 };

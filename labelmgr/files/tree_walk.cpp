@@ -266,8 +266,7 @@ void TreeWalk::read(const std::shared_ptr<Directory>& directory) {
     const size_t prefixLength = prefix.size();
     Reading reading{directory, directory->descriptor, std::move(prefix), prefixLength, {}};
     const int descriptor = reading.descriptor->file.get();
-    visitor.visit({descriptor, "", directory->path, directory->status.mode, directory->status.device},
-                  *directory->state);
+    visitor.visit({descriptor, "", directory->path, directory->status}, *directory->state);
     ssize_t size = 0;
     while (!isCancelled && (size = getdents64(descriptor, buffer.data(), buffer.size())) > 0) {
         readEntries(reading, buffer.data(), buffer.data() + size);
@@ -307,7 +306,6 @@ void TreeWalk::readEntry(Reading& reading, const char* name, bool isDirectory) {
             visitor.fail(reading.path, reason);
         }
     } else if (!isLeftAlone(status.device, reading.directory->status.device)) {
-        visitor.visit({descriptor, name, reading.path, status.mode, status.device},
-                      *reading.directory->state);
+        visitor.visit({descriptor, name, reading.path, status}, *reading.directory->state);
     }
 }

@@ -32,8 +32,7 @@ struct WalkEntry {
     int directory;            // a descriptor of the directory that holds it
     const char* name;         // in that directory; empty for the directory itself
     const std::string& path;  // from "/" on
-    mode_t mode;
-    dev_t device;
+    const EntryStatus& status;
 };
 
 // Called from all threads of a walk at once.

@@ -5,6 +5,10 @@ void throwFileError(const std::string& path, int reason) {
         case ENOENT:
         case ENOTDIR:
             throw FileGone(path, std::strerror(reason));
+        case EREMOTE:
+            throw FileRefuses(path, "refused: on a network or FUSE file system, which may never answer");
+        case ENOSPC:  // of the file, or of its owner
+        case EDQUOT:
         case E2BIG:
         case ELOOP:
         case ENAMETOOLONG:

@@ -36,5 +36,6 @@ class FileRefuses : public OperationError {
     using OperationError::OperationError;
 };
 
-// The reason of a failed call on a file, as one of these.
+// The reason of a failed call on a file, as one of these. EREMOTE: it was not made, since
+// the file lies where nothing may be asked.
 [[noreturn]] void throwFileError(const std::string& path, int reason);

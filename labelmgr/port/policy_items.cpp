@@ -98,8 +98,8 @@ std::vector<ZORV_ID> idsOf(OidFinder& finder, Kind kind, const std::string& item
             if (found.unreadable != 0) {
                 throw OperationError(path, "not all of it can be read");
             }
-            for (const std::string& below : found.paths) {
-                finder.addFile(below, ids);
+            for (const SeenFile& below : found.files) {
+                finder.addFile(below.path, ids);
             }
         }
     }

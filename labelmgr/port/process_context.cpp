@@ -1,18 +1,16 @@
 #include "labelmgr/port/process_context.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <sys/auxv.h>
-#include <thread>
 
 #include "label/label.h"
+#include "labelmgr/files/in_chunks.h"
 #include "labelmgr/model/message_text.h"
 #include "labelmgr/policy/package_database.h"
 #include "log/logger.h"
 
 namespace {
 
-constexpr unsigned int kMostThreads = 8;
 constexpr unsigned int kMostThreadsByRequest = 64;
 
 std::string configured(const char* variable, const char* standard) {
@@ -47,5 +45,5 @@ unsigned int scanThreads() {
         ZORV_LOG(warn, "ZORV_LABEL_THREADS is not a number from 1 to %u: %s", kMostThreadsByRequest,
                  asOneLine(requested).c_str());
     }
-    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+    return usefulThreads();
 }

@@ -34,7 +34,7 @@ std::shared_ptr<const WalkState> SnapshotVisitor::enter(const std::string& path,
 void SnapshotVisitor::visit(const WalkEntry& entry, const WalkState& state) {
     const bool isDirectoryItself = *entry.name == '\0';
     if (isDirectoryItself || !snapshot.isExcluded(rulesOf(state), entry.path)) {
-        visitLabelled(entry, snapshot.label(rulesOf(state), entry.path, entry.mode));
+        visitLabelled(entry, snapshot.label(rulesOf(state), entry.path, entry.status.mode));
     }
 }
 
@@ -68,17 +68,19 @@ void LabelVisitor::visitLabelled(const WalkEntry& entry, const Label& label) {
 }
 
 void LabelVisitor::noteWritten(const WalkEntry& entry) {
-    if (lastWritten.exchange(entry.device) == entry.device || written.has(entry.device)) {
+    if (lastWritten.exchange(entry.status.device) == entry.status.device ||
+        written.has(entry.status.device)) {
         return;
     }
     EntryStatus directory;
     UniqueFd mounted;
-    const bool isMounted = lookAt(entry.directory, "", directory) != 0 || directory.device != entry.device;
-    if (isMounted && S_ISREG(entry.mode)) {
+    const bool isMounted =
+        lookAt(entry.directory, "", directory) != 0 || directory.device != entry.status.device;
+    if (isMounted && S_ISREG(entry.status.mode)) {
         mounted =
             UniqueFd(openat(entry.directory, entry.name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     }
-    written.add(entry.device, mounted ? mounted.get() : entry.directory, entry.path);
+    written.add(entry.status.device, mounted ? mounted.get() : entry.directory, entry.path);
 }
 
 void LabelVisitor::failUnlessGone(const WalkEntry& entry, int reason) {
@@ -91,7 +93,7 @@ void LabelVisitor::failUnlessGone(const WalkEntry& entry, int reason) {
 
 void LabelVisitor::warnOfFileSystem(const WalkEntry& entry) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (withoutAttributes.insert(entry.device).second) {
+    if (withoutAttributes.insert(entry.status.device).second) {
         ZORV_LOG(warn, "%s: the file system has no attributes for labels and is left alone",
                  asOneLine(entry.path).c_str());
     }

@@ -21,19 +21,6 @@ constexpr std::chrono::milliseconds kRetryPause{2};
 constexpr LockedBytes kReadersByte{0x40000002, 1};
 constexpr LockedBytes kWritersByte{0x40000003, 1};
 
-[[noreturn]] void throwDatabaseError(sqlite3* database, const std::string& path) {
-    std::string reason = sqlite3_errmsg(database);
-    const int kind = sqlite3_errcode(database);
-    if (kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB) {
-        throw StoreDamaged(path, reason);
-    }
-    const int systemReason = sqlite3_system_errno(database);
-    if (systemReason != 0) {
-        reason.append(" (").append(std::strerror(systemReason)).append(")");
-    }
-    throw OperationError(path, reason);
-}
-
 std::string asUri(const std::string& path, const char* options) {
     std::string uri = "file:";
     for (const char c : path) {
@@ -99,38 +86,36 @@ void requireDatabase(const UniqueFd& file, const std::string& path) {
 
 }  // namespace
 
-Statement::Statement(sqlite3* database, std::string databasePath, const char* sql)
-    : path(std::move(databasePath)) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) != SQLITE_OK) {
-        throwDatabaseError(database, path);
-    }
-    handle.reset(statement);
+Statement::Statement(Database& on, const char* sql)
+    : database(on), text(sql), handle(database.take(sql).release()) {}
+
+Statement::~Statement() {
+    database.giveBack(text, Database::Prepared(handle));
 }
 
 Statement& Statement::bind(int64_t value) {
-    check(sqlite3_bind_int64(handle.get(), ++bound, value));
+    check(sqlite3_bind_int64(handle, ++bound, value));
     return *this;
 }
 
 Statement& Statement::bind(std::string_view bytes) {
     const char* data = bytes.data() != nullptr ? bytes.data() : "";  // a null pointer would bind NULL
-    check(sqlite3_bind_blob64(handle.get(), ++bound, data, bytes.size(), SQLITE_TRANSIENT));
+    check(sqlite3_bind_blob64(handle, ++bound, data, bytes.size(), SQLITE_TRANSIENT));
     return *this;
 }
 
 Statement& Statement::bindNull() {
-    check(sqlite3_bind_null(handle.get(), ++bound));
+    check(sqlite3_bind_null(handle, ++bound));
     return *this;
 }
 
 bool Statement::step() {
-    const int result = sqlite3_step(handle.get());
+    const int result = sqlite3_step(handle);
     if (result == SQLITE_ROW) {
         return true;
     }
     if (result != SQLITE_DONE) {
-        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
+        database.fail();
     }
     return false;
 }
@@ -138,27 +123,27 @@ bool Statement::step() {
 void Statement::run() {
     while (step()) {
     }
-    check(sqlite3_reset(handle.get()));
+    check(sqlite3_reset(handle));
     bound = 0;
 }
 
 int64_t Statement::integer(int column) const {
-    return sqlite3_column_int64(handle.get(), column);
+    return sqlite3_column_int64(handle, column);
 }
 
 std::string Statement::bytes(int column) const {
-    const void* data = sqlite3_column_blob(handle.get(), column);
-    const int size = sqlite3_column_bytes(handle.get(), column);
+    const void* data = sqlite3_column_blob(handle, column);
+    const int size = sqlite3_column_bytes(handle, column);
     return size > 0 ? std::string(static_cast<const char*>(data), static_cast<size_t>(size)) : std::string();
 }
 
 bool Statement::isNull(int column) const {
-    return sqlite3_column_type(handle.get(), column) == SQLITE_NULL;
+    return sqlite3_column_type(handle, column) == SQLITE_NULL;
 }
 
 void Statement::check(int result) const {
     if (result != SQLITE_OK) {
-        throwDatabaseError(sqlite3_db_handle(handle.get()), path);
+        database.fail();
     }
 }
 
@@ -169,10 +154,11 @@ Database::Database(const std::string& databasePath, Mode openMode, std::chrono::
 }
 
 void Database::reopen() {
+    idle.clear();
     handle.reset();
     sqlite3* database = nullptr;
     const std::string name = asUri(path, mode == Mode::kFrozen ? "?immutable=1" : "");
-    const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW |
+    const int flags = SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
                       (mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY);
     const int opened = sqlite3_open_v2(name.c_str(), &database, flags, vfsName());
     handle.reset(database);
@@ -180,7 +166,7 @@ void Database::reopen() {
         throw OperationError(path, sqlite3_errstr(opened));
     }
     if (opened != SQLITE_OK) {
-        throwDatabaseError(database, path);
+        fail();
     }
     sqlite3_extended_result_codes(database, 1);
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -216,8 +202,47 @@ void Database::copyTo(const std::string& file) {
 
 void Database::executeAll(const char* script) {
     if (sqlite3_exec(handle.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) {
-        throwDatabaseError(handle.get(), path);
+        fail();
     }
+}
+
+Database::Prepared Database::take(const char* sql) {
+    const auto found = idle.find(sql);
+    if (found != idle.end()) {
+        return std::move(idle.extract(found).mapped());
+    }
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v3(handle.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
+        SQLITE_OK) {
+        fail();
+    }
+    return Prepared(statement);
+}
+
+void Database::giveBack(const char* sql, Prepared statement) {
+    if (sqlite3_db_handle(statement.get()) != handle.get()) {
+        return;  // of a connection that was closed since
+    }
+    sqlite3_reset(statement.get());
+    sqlite3_clear_bindings(statement.get());
+    try {
+        idle.emplace(sql, std::move(statement));
+    } catch (const std::bad_alloc&) {
+        return;  // it is prepared anew the next time
+    }
+}
+
+void Database::fail() const {
+    std::string reason = sqlite3_errmsg(handle.get());
+    const int kind = sqlite3_errcode(handle.get()) & 0xff;
+    if (kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB) {
+        throw StoreDamaged(path, reason);
+    }
+    const int systemReason = sqlite3_system_errno(handle.get());
+    if (systemReason != 0) {
+        reason.append(" (").append(std::strerror(systemReason)).append(")");
+    }
+    throw OperationError(path, reason);
 }
 
 int64_t Database::number(const char* sql) {

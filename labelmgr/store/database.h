@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include <sqlite3.h>
 
@@ -35,11 +36,17 @@ class StoreDamaged : public OperationError {
     using OperationError::OperationError;
 };
 
-// A prepared statement. Values are bound by position from 1, columns read by position
-// from 0. Texts are bytes (BLOBs).
+class Database;
+
+// A prepared statement of a database, which must outlive it. Values are bound by position
+// from 1, columns read by position from 0. Texts are bytes (BLOBs).
 class Statement {
  public:
-    Statement(sqlite3* database, std::string databasePath, const char* sql);
+    // The text must stay where it is as long as the database.
+    Statement(Database& on, const char* sql);
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+    ~Statement();
 
     Statement& bind(int64_t value);
     Statement& bind(std::string_view bytes);
@@ -56,14 +63,11 @@ class Statement {
     bool isNull(int column) const;
 
  private:
-    struct Finalizer {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-    };
-
     void check(int result) const;
 
-    std::unique_ptr<sqlite3_stmt, Finalizer> handle;
-    std::string path;
+    Database& database;
+    const char* text;
+    sqlite3_stmt* handle;
     int bound = 0;
 };
 
@@ -90,7 +94,8 @@ class Database {
     // Writes what it holds, without the journal, to an empty file.
     void copyTo(const std::string& file);
 
-    Statement prepare(const char* sql) { return {handle.get(), path, sql}; }
+    // What was prepared once is kept for the next time.
+    Statement prepare(const char* sql) { return {*this, sql}; }
     void execute(const char* sql) { prepare(sql).run(); }
     // Several statements without values.
     void executeAll(const char* script);
@@ -99,14 +104,24 @@ class Database {
     bool inTransaction() const { return sqlite3_get_autocommit(handle.get()) == 0; }
 
  private:
+    friend class Statement;
     struct Closer {
         void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
     };
+    struct Finalizer {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+    using Prepared = std::unique_ptr<sqlite3_stmt, Finalizer>;
+
+    Prepared take(const char* sql);
+    void giveBack(const char* sql, Prepared statement);
+    [[noreturn]] void fail() const;
 
     std::string path;
     Mode mode;
     UniqueFd lockedFile;  // let go after the connection
     std::unique_ptr<sqlite3, Closer> handle;
+    std::unordered_multimap<const char*, Prepared> idle;  // finalized before the connection is closed
 };
 
 // A write transaction; rolled back unless it was committed.

@@ -6,11 +6,9 @@ void FeedTable::trim() {
 }
 
 void FeedTable::add(const std::vector<std::string>& messages) {
-    if (!insert) {
-        insert = database.prepare("INSERT INTO change_feed(message) VALUES(?)");
-    }
+    Statement statement = database.prepare("INSERT INTO change_feed(message) VALUES(?)");
     for (const std::string& message : messages) {
-        insert->bind(message).run();
+        statement.bind(message).run();
     }
 }
 

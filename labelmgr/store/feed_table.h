@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,5 +31,4 @@ class FeedTable {
 
  private:
     Database& database;
-    std::optional<Statement> insert;  // there may be many
 };

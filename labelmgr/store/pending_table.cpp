@@ -75,14 +75,12 @@ void PendingTable::add(const PendingFile& file) {
 }
 
 void PendingTable::insert(const PendingFile& file, bool isLeft) {
-    if (!insertFile) {
-        insertFile = database.prepare(
-            "INSERT INTO pending_file(path, device, inode, former, wanted, is_left)"
-            " VALUES(?, ?, ?, ?, ?, ?)");
-    }
-    insertFile->bind(file.path).bind(toStored(file.device)).bind(toStored(file.inode));
-    file.former ? insertFile->bind(*file.former) : insertFile->bindNull();
-    insertFile->bind(file.wanted).bind(isLeft ? 1 : 0).run();
+    Statement statement = database.prepare(
+        "INSERT INTO pending_file(path, device, inode, former, wanted, is_left)"
+        " VALUES(?, ?, ?, ?, ?, ?)");
+    statement.bind(file.path).bind(toStored(file.device)).bind(toStored(file.inode));
+    file.former ? statement.bind(*file.former) : statement.bindNull();
+    statement.bind(file.wanted).bind(isLeft ? 1 : 0).run();
 }
 
 std::vector<PendingFile> PendingTable::files() {

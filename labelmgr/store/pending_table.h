@@ -55,5 +55,4 @@ class PendingTable {
     void insert(const PendingFile& file, bool isLeft);
 
     Database& database;
-    std::optional<Statement> insertFile;  // there may be many
 };

@@ -8,15 +8,19 @@
 #include <thread>
 #include <vector>
 
+// One a core, up to 8.
+inline unsigned int usefulThreads() {
+    constexpr unsigned int kMostThreads = 8;
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+}
+
 // Runs work(begin, end) over the numbers below a count: of many in chunks, one a thread
-// and a thread a core up to 8, else all at once in this one. What a chunk throws is
+// and as many as are useful, else all at once in this one. What a chunk throws is
 // thrown when all have ended.
 template <typename Work>
 void inChunks(size_t count, Work work) {
     constexpr size_t kSmallestChunk = 500;
-    constexpr size_t kMostThreads = 8;
-    const size_t cores = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMostThreads);
-    const size_t chunks = std::clamp<size_t>(count / kSmallestChunk, 1, cores);
+    const size_t chunks = std::clamp<size_t>(count / kSmallestChunk, 1, usefulThreads());
     std::mutex mutex;
     std::exception_ptr failure;
     const auto run = [&](size_t chunk) {

@@ -5,7 +5,7 @@
 #include "labelmgr/change/change_plan.h"
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
-#include "labelmgr/files/in_chunks.h"
+#include "labelmgr/files/in_threads.h"
 #include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 
@@ -49,31 +49,39 @@ void tell(Store& store, const ChangePlan& plan) {
     }
 }
 
-// Writes the labels of files that stand next to each other. A file that refuses its label
-// and is not needed is left out, and not told. Answers how many.
-size_t writeSome(LabelWriter& writer, ChangedFiles& files, size_t begin, size_t end) {
-    size_t failed = 0;
-    for (size_t i = begin; i < end; ++i) {
-        ChangedFile& changed = files[i];
-        try {
-            if (changed.isToBeWritten()) {
-                writer.write(changed);
-            }
-            continue;
-        } catch (const FileGone&) {
-            if (changed.isNeeded) {
-                throw;
-            }
-        } catch (const FileRefuses& failure) {
-            if (changed.isNeeded) {
-                throw;
-            }
-            ZORV_LOG(error, "%s", failure.what());
-            ++failed;
+// A file that is gone, or refuses its label, and is not needed is left out. False when it
+// refuses.
+bool write(LabelWriter& writer, ChangedFile& changed) {
+    try {
+        if (changed.isToBeWritten()) {
+            writer.write(changed);
         }
-        changed.messages.clear();
+        return true;
+    } catch (const FileGone&) {
+        if (changed.isNeeded) {
+            throw;
+        }
+        changed.isLeftOut = true;
+        return true;
+    } catch (const FileRefuses& failure) {
+        if (changed.isNeeded) {
+            throw;
+        }
+        ZORV_LOG(error, "%s", failure.what());
+        changed.isLeftOut = true;
+        return false;
     }
-    return failed;
+}
+
+// Takes back what was told of files that were left out after all.
+void tellNoMore(Store& store, const ChangePlan& plan, int64_t lastMessage) {
+    for (const ChangedFile& changed : plan.files) {
+        const size_t count = changed.messages.size();
+        if (changed.isLeftOut) {
+            store.feed().empty(lastMessage, count);
+        }
+        lastMessage += static_cast<int64_t>(count);
+    }
 }
 
 void flushRightFiles(const Context& context, const ChangePlan& plan) {
@@ -84,18 +92,23 @@ void flushRightFiles(const Context& context, const ChangePlan& plan) {
     writer.flush();
 }
 
+// Of many files the database's part is done while others write the labels.
 void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
     Transaction transaction = store.begin();
+    const int64_t lastMessage = store.feed().last();
     std::atomic<size_t> failed = 0;
-    inChunks(plan.files.size(), [&](size_t begin, size_t end) {
+    const auto writeFiles = [&](Pieces& pieces) {
         LabelWriter writer(context);
-        failed += writeSome(writer, plan.files, begin, end);
+        pieces.forEachNumber([&](size_t number) { failed += write(writer, plan.files[number]) ? 0 : 1; });
         writer.flush();
+    };
+    inThreads(plan.files.size(), writeFiles, [&] {
+        tell(store, plan);
+        store.pending().clear();
     });
     plan.failed += failed;
+    tellNoMore(store, plan, lastMessage);
     flushRightFiles(context, plan);
-    tell(store, plan);
-    store.pending().clear();
     transaction.commit();
 }
 

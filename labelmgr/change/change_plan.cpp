@@ -4,7 +4,7 @@
 #include <set>
 #include <sys/resource.h>
 
-#include "labelmgr/files/in_chunks.h"
+#include "labelmgr/files/in_threads.h"
 #include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 
@@ -77,17 +77,18 @@ std::deque<PlannedFile> filesOfSteps(const Context& context, const std::vector<C
 // A few are pinned; of more it is enough to have seen them.
 void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
     const bool arePinned = files.size() <= mostPins();
-    inChunks(files.size(), [&](size_t begin, size_t end) {
-        FilePinner pinner(context);
-        for (size_t i = begin; i < end; ++i) {
-            PlannedFile& file = files[i];
-            if (arePinned) {
-                file.pin = pinner.pinAndSee(file.seen);
-            } else if (!file.isLookedAt) {
-                pinner.see(file.seen);
-            }
+    const auto look = [&](FilePinner& pinner, PlannedFile& file) {
+        if (arePinned) {
+            file.pin = pinner.pinAndSee(file.seen);
+        } else if (!file.isLookedAt) {
+            pinner.see(file.seen);
         }
-    });
+    };
+    const auto lookAtPieces = [&](Pieces& pieces) {
+        FilePinner pinner(context);
+        pieces.forEachNumber([&](size_t number) { look(pinner, files[number]); });
+    };
+    inThreads(files.size(), lookAtPieces, [] {});
 }
 
 // A value cannot be set on a file that is gone; to take one away needs no file.

@@ -16,7 +16,8 @@ struct ChangedFile {
     PendingFile file;
     std::unique_ptr<PinnedFile> pin;
     std::vector<std::string> messages;
-    bool isNeeded = false;  // without it the change fails
+    bool isNeeded = false;   // without it the change fails
+    bool isLeftOut = false;  // it did not take its label, and that is not told
 
     bool isToBeWritten() const { return file.former != file.wanted; }
 };

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "common/wildcard.h"
-#include "labelmgr/files/in_chunks.h"
+#include "labelmgr/files/in_threads.h"
 #include "labelmgr/files/pinned_file.h"
 #include "labelmgr/files/tree_walk.h"
 #include "labelmgr/model/operation_error.h"

@@ -4,7 +4,7 @@
 #include <sys/auxv.h>
 
 #include "label/label.h"
-#include "labelmgr/files/in_chunks.h"
+#include "labelmgr/files/in_threads.h"
 #include "labelmgr/model/message_text.h"
 #include "labelmgr/policy/package_database.h"
 #include "log/logger.h"

@@ -20,6 +20,13 @@ void FeedTable::withdraw(int64_t sequence, size_t count) {
     }
 }
 
+void FeedTable::empty(int64_t sequence, size_t count) {
+    database.prepare("UPDATE change_feed SET message = X'' WHERE sequence > ? AND sequence <= ?")
+        .bind(sequence)
+        .bind(sequence + static_cast<int64_t>(count))
+        .run();
+}
+
 int64_t FeedTable::last() {
     return database.number("SELECT max(sequence) FROM change_feed");
 }

@@ -24,6 +24,8 @@ class FeedTable {
     // Takes back so many messages behind one, whether or not they are there. Somebody may
     // have read them: their numbers are not used again, and have empty messages.
     void withdraw(int64_t sequence, size_t count);
+    // Makes so many messages behind one empty.
+    void empty(int64_t sequence, size_t count);
 
     // The number of the newest message; 0 is "none yet".
     int64_t last();

@@ -23,7 +23,8 @@ bool PendingTable::isEmpty() {
 
 void PendingTable::clear() {
     database.execute("DELETE FROM pending_record");
-    database.execute("DELETE FROM pending_file WHERE is_left = 0");
+    database.execute(hasLeftLabels() ? "DELETE FROM pending_file WHERE is_left = 0"
+                                     : "DELETE FROM pending_file");  // all are dropped at once
 }
 
 void PendingTable::showFormerValues() {

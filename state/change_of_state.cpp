@@ -7,7 +7,6 @@
 #include "base/hexadecimal.h"
 #include "labelmgr/change/change_plan.h"
 #include "labelmgr/change/session.h"
-#include "labelmgr/change/user_values.h"
 #include "state/difference.h"
 #include "state/label_text.h"
 #include "state/output.h"
@@ -105,19 +104,30 @@ class Teller {
     size_t labels = 0;
 };
 
-std::vector<ChangeStep> stepsOf(const Difference& difference) {
+std::vector<ChangeStep> stepsOf(const Difference& difference, bool needFiles) {
     std::vector<ChangeStep> steps;
     steps.reserve(difference.values.size());
     for (const ValueChange& change : difference.values) {
         steps.push_back({change.value ? ChangeKind::kSet : ChangeKind::kDelete, change.target,
-                         change.value.value_or(FieldValue())});
+                         change.value.value_or(FieldValue()), needFiles});
+    }
+    return steps;
+}
+
+std::vector<PackageStep> packageStepsOf(const Difference& difference) {
+    std::vector<PackageStep> steps;
+    for (const PackageChange& change : difference.packages) {
+        steps.push_back(
+            {change.value ? ChangeKind::kSet : ChangeKind::kDelete, change.name, change.value.value_or(0)});
     }
     return steps;
 }
 
 // Sets all records, looks what that would do to labels, and takes it back.
-ChangePlan planOf(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
+ChangePlan planOf(Store& store, const Context& context, const std::vector<ChangeStep>& steps,
+                  const std::vector<PackageStep>& packages) {
     Transaction transaction = store.begin();
+    changePackageIds(store, packages);
     for (const ChangeStep& step : steps) {
         if (step.kind == ChangeKind::kSet) {
             store.userValues().set(step.target, step.value);
@@ -128,23 +138,14 @@ ChangePlan planOf(Store& store, const Context& context, const std::vector<Change
     return planFiles(store, context, steps);
 }
 
-void setPackageIds(const Context& context, const std::vector<PackageChange>& changes) {
-    for (const PackageChange& change : changes) {
-        if (change.value) {
-            setPackageId(context, change.name, *change.value);
-        } else {
-            deletePackageId(context, change.name);
-        }
-    }
-}
-
 }  // namespace
 
 Status bringAbout(const Context& context, const WantedRecords& wanted, const Options& options) {
     std::optional<Store> store = openToChangeIfThere(context);
     const Records present = store ? recordsOf(store->userValues(), store->packageIds()) : Records();
     const Difference difference = differenceOf(present, wanted(present), options.keepsOthers);
-    const std::vector<ChangeStep> steps = stepsOf(difference);
+    const std::vector<ChangeStep> steps = stepsOf(difference, !options.allowsMissing);
+    const std::vector<PackageStep> packages = packageStepsOf(difference);
     Teller teller(options);
     std::optional<ScratchStore> scratch;
     if (!store && !difference.isEmpty()) {
@@ -158,15 +159,11 @@ Status bringAbout(const Context& context, const WantedRecords& wanted, const Opt
     if (!difference.isEmpty()) {
         const Progress progress(options, std::to_string(steps.size()) + " records to change");
         try {
-            options.isCheck ? void(plan = planOf(*store, context, steps))
-                            : void(carryOut(*store, context, steps));
+            options.isCheck ? void(plan = planOf(*store, context, steps, packages))
+                            : void(carryOut(*store, context, steps, packages));
         } catch (const PartlyDone&) {
             partlyDone = std::current_exception();
         }
-    }
-    if (!options.isCheck) {
-        store.reset();
-        setPackageIds(context, difference.packages);
     }
     for (const ValueChange& change : difference.values) {
         teller.tell(change);

@@ -38,7 +38,9 @@ Status startAnew(Context context, const WantedRecords& wanted, const Options& op
 
 }  // namespace
 
-Status runRestore(const Options& options) {
+Status runRestore(const Options& optionsOfRun) {
+    Options options = optionsOfRun;
+    options.allowsMissing = true;  // what was set on a file is known when it comes back
     const Records records = readBackup(options.operands.front());
     const WantedRecords wanted = [&records](const Records& /*present*/) { return records; };
     const Context context = processContext();

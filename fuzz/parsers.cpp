@@ -1,6 +1,7 @@
 // Every parser of foreign bytes, in one libFuzzer program: ZORV_FUZZ_TARGET names the row
 // of a run.
 #include <cstdlib>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <map>
 #include <sstream>
@@ -13,9 +14,12 @@
 #include "common/process_parsing.h"
 #include "common/string_utils.h"
 #include "common/wildcard.h"
+#include "label/byte_order.h"
 #include "label/label.h"
 #include "label/label_error.h"
 #include "labelmgr/files/mount_table.h"
+#include "labelmgr/model/operation_error.h"
+#include "labelmgr/policy/owner_table.h"
 #include "labelmgr/policy/package_answers.h"
 #include "labelmgr/policy/policy_file.h"
 #include "labelmgr/store/store.h"
@@ -85,11 +89,50 @@ void readPackages(const std::string& input) {
     const std::string owner = parseOwner(lines);
     require(owner.empty() || isPackageName(owner));
     parseInstalled(lines);
-    for (const auto& [file, package] : parseOwners(lines, "/usr")) {
-        require(file.front() == '/' && ownerIn({{file, package}}, file) == package);
+    const OwnersByDirectory owners = parseOwners(lines);
+    const OwnerTable table(owners);
+    for (const auto& [directory, entries] : owners) {
+        for (const auto& [name, package] : entries) {
+            require(directory.front() == '/' && table.namesIn(directory).ownerOf(name) == package);
+        }
     }
     const std::string path = input.substr(0, input.find('\0'));
     require(fnmatch(asDpkgPattern(path).c_str(), path.c_str(), 0) == 0);
+}
+
+void searchOwners(const std::string& content) {
+    const std::string path = std::string(kScratchDirectory) + "/owners";
+    putFile(path, content);
+    try {
+        const OwnerTable table(UniqueFd(open(path.c_str(), O_RDONLY | O_CLOEXEC)), "source");
+        for (const char* directory : {"/", "/usr/bin", "/usr/lib"}) {
+            table.namesIn(directory).ownerOf("name");
+        }
+    } catch (const OperationError&) {  // damaged
+    }
+}
+
+// A file, and one with the input as its only block; both with checksums that are right.
+void readKeptOwners(const std::string& input) {
+    constexpr size_t kChecksum = 12;
+    constexpr size_t kFront = 20;
+    std::string file = input;
+    const auto at = [&file](size_t i) { return reinterpret_cast<unsigned char*>(file.data()) + i; };
+    if (file.size() >= kFront) {
+        const auto frontSize = loadLittleEndian<uint32_t>(at(8));
+        storeLittleEndian(at(kChecksum), checksumOf(std::string_view(file).substr(kFront, frontSize)));
+    }
+    searchOwners(file);
+
+    constexpr size_t kFrontSize = 4 + 6 + 4 + 8 + 4;
+    file = std::string("zorvown\1", 8) + std::string(kFront - 8 + kFrontSize, '\0') + input;
+    storeLittleEndian(at(8), static_cast<uint32_t>(kFrontSize));
+    storeLittleEndian(at(kFront), uint32_t{6});
+    file.replace(kFront + 4, 6, "source");
+    storeLittleEndian(at(kFront + 10), static_cast<uint32_t>(input.size()));
+    storeLittleEndian(at(kFront + 14), checksumOf(input));
+    storeLittleEndian(at(kChecksum), checksumOf(std::string_view(file).substr(kFront, kFrontSize)));
+    searchOwners(file);
 }
 
 void readPolicy(const std::string& input) {
@@ -138,7 +181,7 @@ const std::map<std::string, void (*)(const std::string& input)> kTargets = {
     {"paths", readPaths},           {"processes", readProcesses},
     {"variables", readVariables},   {"kernel_tables", readKernelTables},
     {"packages", readPackages},     {"policy", readPolicy},
-    {"store_rows", readStoreRows}};
+    {"store_rows", readStoreRows},  {"kept_owners", readKeptOwners}};
 
 const auto target = kTargets.at(std::getenv("ZORV_FUZZ_TARGET"));
 

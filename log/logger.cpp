@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include <log4cpp/Category.hh>
@@ -20,10 +21,10 @@
 #include <log4cpp/PropertyConfigurator.hh>
 
 #include "base/trimmed.h"
+#include "log/config_path.h"
 
 namespace {
 
-constexpr const char* kConfigPath = "/etc/zorv/label/zorv-label-log.properties";
 constexpr const char* kFallbackLogPath = "/var/log/zorv/zorv_label_manager.log";
 constexpr const char* kFallbackPattern = "%d{%Y-%m-%d %H:%M:%S.%l} %t [%p] %m %n";
 constexpr const char* kAlwaysCategory = "INFO";
@@ -102,15 +103,22 @@ struct OwnFileAppender : log4cpp::FileAppender {
 };
 
 // log4cpp makes a file, at rolling too, with the appender's own mode, and opens it in a
-// way that programs which are run would have it, too.
+// way that programs which are run would have it, too. A file whose name has a variable is
+// only found here; one of another owner keeps its mode.
 void adoptFiles(mode_t mode) {
     const std::unique_ptr<std::vector<log4cpp::Category*>> categories(
         log4cpp::Category::getCurrentCategories());
     for (log4cpp::Category* category : *categories) {
         for (log4cpp::Appender* appender : category->getAllAppenders()) {
             if (auto* toFile = dynamic_cast<log4cpp::FileAppender*>(appender)) {
+                const int descriptor = OwnFileAppender::descriptorOf(*toFile);
+                struct stat status {};
                 toFile->setMode(mode);
-                fcntl(OwnFileAppender::descriptorOf(*toFile), F_SETFD, FD_CLOEXEC);
+                fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+                if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+                    status.st_uid == geteuid()) {
+                    fchmod(descriptor, mode);
+                }
             }
         }
     }
@@ -145,8 +153,8 @@ Logger& Logger::getInstance() {
 Logger::Logger() : root(&log4cpp::Category::getRoot()) {
     const int callersReason = errno;  // the first message may be about it
     try {
-        const std::set<std::string> paths = getLogFilePathsFromConfig(kConfigPath);
-        log4cpp::PropertyConfigurator::configure(kConfigPath);
+        const std::set<std::string> paths = getLogFilePathsFromConfig(kLogConfigPath);
+        log4cpp::PropertyConfigurator::configure(kLogConfigPath);
         if (!paths.empty()) {
             setLogFilesPermissions(paths, kConfiguredLogMode);
             adoptFiles(kConfiguredLogMode);

@@ -4,6 +4,7 @@
 
 #include "base/hexadecimal.h"
 #include "labelmgr/change/change_plan.h"
+#include "labelmgr/change/done_log.h"
 #include "labelmgr/change/label_writer.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/files/in_threads.h"
@@ -160,8 +161,8 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         plan.packageMessages = messagesOf(packages);
         if (plan.writesLabels) {
             keepPending(store, ifItFails.formerRecords, plan.files);
-            putBack(store, ifItFails.formerPackages);  // until the labels are written
-        } else {                                       // the first commit is the only one
+            putBack(store, ifItFails.formerPackages);
+        } else {  // the first commit is the only one
             flushRightFiles(context, plan);
             tell(store, plan);
         }
@@ -180,6 +181,7 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         }
         throw;
     }
+    logDone(steps, packages, plan.lastValue, plan.files.size());
     if (plan.failed != 0) {
         throw PartlyDone(
             steps.size() == 1 ? steps.front().target.text : std::to_string(steps.size()) + " changes",

@@ -13,18 +13,11 @@ const Policy& Facts::policy() {
     return *readPolicy;
 }
 
-std::string Facts::ownerOf(const std::string& path) {
-    if (!owners && expectsManyFiles) {
-        ownersBelow("/");
-    }
-    return owners ? ownerIn(*owners, path) : context.packages->owner(path);
-}
-
-const OwnersByPath& Facts::ownersBelow(const std::string& root) {
-    owners = context.packages->owners(root);
-    return *owners;
+PackageOwners& Facts::owners() {
+    packageOwners.readAll();
+    return packageOwners;
 }
 
 void Facts::expectFiles(size_t count) {
-    expectsManyFiles = count >= kFilesWorthAllOwners;
+    packageOwners.expect(count >= kFilesWorthAllOwners);
 }

@@ -6,13 +6,59 @@
 
 namespace {
 
-bool isAtOrBelow(const std::string& path, const std::string& root) {
-    return root == "/" ||
-           (path.rfind(root, 0) == 0 && (path.size() == root.size() || path[root.size()] == '/'));
-}
-
 bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
+}
+
+constexpr std::string_view kUsr = "/usr";
+
+// Whether a path is in one of the directories that moved below /usr, or one itself.
+bool isFromBeforeMerge(std::string_view path) {
+    constexpr std::array<std::string_view, 6> kMerged = {"/bin",   "/sbin",  "/lib",
+                                                         "/lib32", "/lib64", "/libx32"};
+    return std::find(kMerged.begin(), kMerged.end(), path.substr(0, path.find('/', 1))) != kMerged.end();
+}
+
+using NamesAndOwners = OwnedNames::Entries;
+
+// Paths that follow each other in one directory cost one look-up.
+class OwnerCollector {
+ public:
+    void add(std::string_view path, std::string_view owner) {
+        const size_t slash = path.rfind('/');
+        const std::string_view directory = path.substr(0, std::max<size_t>(slash, 1));
+        if (last == nullptr || last->first != directory) {
+            last = &*owners.try_emplace(std::string(directory)).first;
+        }
+        last->second.emplace_back(path.substr(slash + 1), owner);
+    }
+
+    OwnersByDirectory takeSmallest() {
+        for (auto& [directory, entries] : owners) {
+            std::sort(entries.begin(), entries.end());
+            keepFirstOfName(entries);
+        }
+        return std::move(owners);
+    }
+
+    static void keepFirstOfName(NamesAndOwners& entries) {
+        entries.erase(
+            std::unique(entries.begin(), entries.end(),
+                        [](const auto& left, const auto& right) { return left.first == right.first; }),
+            entries.end());
+    }
+
+ private:
+    OwnersByDirectory owners;
+    OwnersByDirectory::value_type* last = nullptr;
+};
+
+// Adds the names of a directory from before the merge that the one after it has not.
+void addMerged(NamesAndOwners& present, const NamesAndOwners& formerNames) {
+    present.insert(present.end(), formerNames.begin(), formerNames.end());
+    std::stable_sort(present.begin(), present.end(),
+                     [](const auto& left, const auto& right) { return left.first < right.first; });
+    OwnerCollector::keepFirstOfName(present);
 }
 
 }  // namespace
@@ -37,15 +83,11 @@ std::string asDpkgPattern(const std::string& path) {
 }
 
 std::string nameBeforeMerge(const std::string& path) {
-    constexpr std::array<std::string_view, 6> kMerged = {"/bin",   "/sbin",  "/lib",
-                                                         "/lib32", "/lib64", "/libx32"};
-    constexpr std::string_view kUsr = "/usr";
     if (!startsWith(path, kUsr)) {
         return {};
     }
     const std::string rest = path.substr(kUsr.size());
-    const std::string_view first = std::string_view(rest).substr(0, rest.find('/', 1));
-    return std::find(kMerged.begin(), kMerged.end(), first) != kMerged.end() ? rest : std::string();
+    return isFromBeforeMerge(rest) ? rest : std::string();
 }
 
 std::vector<std::string> parseInstalled(const std::vector<std::string>& lines) {
@@ -77,33 +119,24 @@ std::string parseOwner(const std::vector<std::string>& lines) {
     return smallest;
 }
 
-OwnersByPath parseOwners(const std::vector<std::string>& lines, const std::string& root) {
-    OwnersByPath owners;
-    std::string package;
-    for (const std::string& line : lines) {
+OwnersByDirectory parseOwners(const std::vector<std::string>& lines) {
+    OwnerCollector listed;
+    OwnerCollector beforeMerge;
+    std::string_view package;
+    for (const std::string_view line : lines) {
         if (startsWith(line, "\t")) {
             package = line.substr(1);
         } else if (startsWith(line, " /")) {
-            const std::string path = line.substr(1);
-            if (!isAtOrBelow(path, root) && !isAtOrBelow("/usr" + path, root)) {
-                continue;
-            }
-            const auto [entry, isNew] = owners.try_emplace(path, package);
-            if (!isNew) {
-                entry->second = std::min(entry->second, package);
+            const std::string_view path = line.substr(1);
+            listed.add(path, package);
+            if (isFromBeforeMerge(path)) {
+                beforeMerge.add(path, package);
             }
         }
     }
+    OwnersByDirectory owners = listed.takeSmallest();
+    for (const auto& [directory, entries] : beforeMerge.takeSmallest()) {
+        addMerged(owners[std::string(kUsr).append(directory == "/" ? "" : directory)], entries);
+    }
     return owners;
-}
-
-std::string ownerIn(const OwnersByPath& owners, const std::string& path) {
-    if (owners.empty()) {
-        return {};
-    }
-    auto found = owners.find(path);
-    if (found == owners.end()) {
-        found = owners.find(nameBeforeMerge(path));
-    }
-    return found != owners.end() ? found->second : std::string();
 }

@@ -1,12 +1,15 @@
 #include "labelmgr/policy/package_database.h"
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <sstream>
 #include <sys/stat.h>
 #include <utility>
 
 #include "common/command.h"
 #include "labelmgr/model/operation_error.h"
+#include "labelmgr/policy/package_answers.h"
 
 namespace {
 
@@ -20,7 +23,11 @@ struct Questions {
     const char* isInstalled;    // $1: a name. A line "installed" when it is.
     const char* listInstalled;  // for parseInstalled
     const char* owners;         // $1: a path, $2: the same as a dpkg pattern. For parseOwner.
-    const char* listFiles;      // for parseOwners
+    const char*
+        listFiles;  // for parseOwners; a first line "elsewhere": of another database than databaseFiles
+    // Every change of packages changes one of these files, of which some must be there.
+    std::array<const char*, 8> databaseFiles;
+    std::array<const char*, 3> settings;  // which say where those are
 };
 
 constexpr Questions kDpkg = {
@@ -29,6 +36,8 @@ constexpr Questions kDpkg = {
     R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null && echo . || :)",
     R"(dpkg-query -S -- "$2" 2>/dev/null; [ $? -le 1 ] && echo . || :)",
     R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null && echo . || :)",
+    {"/var/lib/dpkg/status", "/var/lib/dpkg/updates", "/var/lib/dpkg/info", "/var/lib/dpkg/diversions"},
+    {},
 };
 
 constexpr Questions kRpm = {
@@ -36,25 +45,68 @@ constexpr Questions kRpm = {
     R"(rpm -q --qf 'installed\n' -- "$1" >/dev/null 2>&1 && echo installed; echo .)",
     R"(rpm -qa --qf 'installed %{NAME}\n' 2>/dev/null && echo . || :)",
     R"(out=$(rpm -qf --qf '%{NAME}: \n' -- "$1" 2>/dev/null) && printf '%s\n' "$out"; echo .)",
-    R"(rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
+    R"(case $(rpm --eval '%{_dbpath}') in (/var/lib/rpm|/usr/lib/sysimage/rpm) ;; (*) echo elsewhere;; esac
+       rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
+    {"/usr/lib/sysimage/rpm/rpmdb.sqlite", "/usr/lib/sysimage/rpm/rpmdb.sqlite-wal",
+     "/usr/lib/sysimage/rpm/Packages.db", "/usr/lib/sysimage/rpm/Packages", "/var/lib/rpm/rpmdb.sqlite",
+     "/var/lib/rpm/rpmdb.sqlite-wal", "/var/lib/rpm/Packages.db", "/var/lib/rpm/Packages"},
+    {"/etc/rpm", "/etc/rpm/macros", "/etc/rpmrc"},
 };
 
-bool isProgram(const std::string& searchPath, const std::string& name) {
+// Empty when it is not there.
+std::string pathOfProgram(const std::string& searchPath, const std::string& name) {
     std::istringstream directories(searchPath);
     for (std::string directory; std::getline(directories, directory, ':');) {
         struct stat status {};
         directory.append("/").append(name);
         if (stat(directory.c_str(), &status) == 0 && (status.st_mode & S_IXUSR) != 0) {
-            return true;
+            return directory;
         }
     }
-    return false;
+    return {};
 }
+
+class StateOfFiles {
+ public:
+    // Whether some of the files are there.
+    template <size_t count>
+    bool add(const std::array<const char*, count>& files) {
+        bool isAnyThere = false;
+        for (const char* file : files) {
+            isAnyThere = (file != nullptr && add(file)) || isAnyThere;
+        }
+        return isAnyThere;
+    }
+
+    DatabaseState state() const {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return {text.str(), newest < now.tv_sec - kCoarsestTick};
+    }
+
+ private:
+    static constexpr time_t kCoarsestTick = 2;  // seconds, of file times
+
+    bool add(const char* file) {
+        struct stat status {};
+        const bool isThere = stat(file, &status) == 0;
+        text << file << ' ' << status.st_dev << ' ' << status.st_ino << ' ' << status.st_size;
+        for (const timespec& time : {status.st_mtim, status.st_ctim}) {
+            text << ' ' << time.tv_sec << '.' << time.tv_nsec;
+            newest = std::max(newest, time.tv_sec);
+        }
+        text << '\n';
+        return isThere;
+    }
+
+    std::ostringstream text;
+    time_t newest = 0;
+};
 
 class AskedDatabase : public PackageDatabase {
  public:
-    AskedDatabase(const Questions& questionsToAsk, PackagePrograms programsToRun)
-        : questions(questionsToAsk), programs(std::move(programsToRun)) {}
+    AskedDatabase(const Questions& questionsToAsk, PackagePrograms programsToRun, std::string programPath)
+        : questions(questionsToAsk), programs(std::move(programsToRun)), program(std::move(programPath)) {}
 
     bool isInstalled(const std::string& name) const override {
         if (!isPackageName(name)) {
@@ -79,8 +131,25 @@ class AskedDatabase : public PackageDatabase {
         return {};
     }
 
-    OwnersByPath owners(const std::string& root) const override {
-        return parseOwners(ask(questions.listFiles, {}), root);
+    ListedOwners owners() const override {
+        const std::vector<std::string> lines = ask(questions.listFiles, {});
+        const bool isElsewhere = !lines.empty() && lines.front() == "elsewhere";
+        return {std::make_shared<const OwnerTable>(parseOwners(lines)), !isElsewhere};
+    }
+
+    std::optional<DatabaseState> state() const override {
+        const std::string name = questions.program;
+        const bool isSystemProgram = program == "/usr/bin/" + name || program == "/bin/" + name;
+        if (!isSystemProgram || programs.mayAskAnother) {  // whose files are not known
+            return std::nullopt;
+        }
+        StateOfFiles state;
+        if (!state.add(questions.databaseFiles)) {
+            return std::nullopt;
+        }
+        state.add(questions.settings);
+        state.add(std::array{program.c_str()});
+        return state.state();
     }
 
  private:
@@ -120,6 +189,7 @@ class AskedDatabase : public PackageDatabase {
 
     const Questions& questions;
     PackagePrograms programs;
+    std::string program;
 };
 
 class NoPackages : public PackageDatabase {
@@ -127,15 +197,19 @@ class NoPackages : public PackageDatabase {
     bool isInstalled(const std::string& /*name*/) const override { return false; }
     std::vector<std::string> installed() const override { return {}; }
     std::string owner(const std::string& /*path*/) const override { return {}; }
-    OwnersByPath owners(const std::string& /*root*/) const override { return {}; }
+    ListedOwners owners() const override {
+        return {std::make_shared<const OwnerTable>(OwnersByDirectory()), false};
+    }
+    std::optional<DatabaseState> state() const override { return std::nullopt; }
 };
 
 }  // namespace
 
 std::shared_ptr<const PackageDatabase> systemPackages(const PackagePrograms& programs) {
     for (const Questions* questions : {&kDpkg, &kRpm}) {
-        if (isProgram(programs.searchPath, questions->program)) {
-            return std::make_shared<AskedDatabase>(*questions, programs);
+        const std::string program = pathOfProgram(programs.searchPath, questions->program);
+        if (!program.empty()) {
+            return std::make_shared<AskedDatabase>(*questions, programs, program);
         }
     }
     return std::make_shared<NoPackages>();

@@ -1,10 +1,22 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "labelmgr/policy/package_answers.h"
+#include "labelmgr/policy/owner_table.h"
+
+// What tells the contents of a package database from any others.
+struct DatabaseState {
+    std::string text;
+    bool isSettled;  // not so right after a change, which another one may follow unnoticed
+};
+
+struct ListedOwners {
+    std::shared_ptr<const OwnerTable> table;
+    bool isOfState;  // of the database that state() tells of
+};
 
 // The packages of a machine. Paths are canonical; a file below /usr is also found under
 // the name without it, as packages built before the directories were merged own it.
@@ -17,14 +29,17 @@ class PackageDatabase {
     virtual std::vector<std::string> installed() const = 0;
     // The owner of one path, which need not exist; empty when no package owns it.
     virtual std::string owner(const std::string& path) const = 0;
-    // Every path at or below a root that a package owns: one question for many look-ups.
-    virtual OwnersByPath owners(const std::string& root) const = 0;
+    // Every path that a package owns: one question for many look-ups.
+    virtual ListedOwners owners() const = 0;
+    // Nothing when it cannot be told.
+    virtual std::optional<DatabaseState> state() const = 0;
 };
 
 // How the programs of the package database are run.
 struct PackagePrograms {
     std::string searchPath;         // in the form of PATH
     bool keepsEnvironment = false;  // the rest of the caller's environment, too
+    bool mayAskAnother = false;     // database than the machine's, because of that environment
 };
 
 // The machine's own database: dpkg's where dpkg-query is on the search path, else rpm's.

@@ -101,7 +101,8 @@ void fillUserValue(const UserRecord& source, UserSetRecord& record) {
 int showFileField(const char* operation, Field field, UserSetRecord** records) {
     return statusOf(operation, [&] {
         std::optional<Store> store = openToRead(processContext());
-        return store ? answerRecords(store->userValues().all(field), records, fillUserValue) : 0;
+        const auto list = [&] { return store->userValues().all(field); };
+        return store ? answerRecords(nameOf(field), list, records, fillUserValue) : 0;
     });
 }
 
@@ -110,7 +111,8 @@ int queryFileField(const char* operation, Field field, const char* path, UserSet
     return statusOf(operation, [&] {
         const Target target = targetOfRecord(field, path, patternMatch);
         std::optional<Store> store = openToRead(processContext());
-        return store ? answerRecords(findUserValues(*store, target), records, fillUserValue) : 0;
+        const auto list = [&] { return findUserValues(*store, target); };
+        return store ? answerRecords(target.text, list, records, fillUserValue) : 0;
     });
 }
 

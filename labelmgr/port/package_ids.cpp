@@ -103,6 +103,7 @@ int showUserSetPkgId(UserSetRecord** records) {
             fillText(record, source.name);
             record.values[0] = source.id;
         };
-        return store ? answerRecords(store->packageIds().all(), records, fill) : 0;
+        const auto list = [&] { return store->packageIds().all(); };
+        return store ? answerRecords("package ids", list, records, fill) : 0;
     });
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/handles.h"
 #include "cli/label_manager.h"
 #include "common/wildcard.h"
 #include "labelmgr/change/session.h"
@@ -54,9 +55,13 @@ std::vector<std::string> pathsOf(const std::string& item) {
     if (!isPatternSafe(item)) {
         throw OperationError(item, "not a safe pattern");
     }
+    const GlobResult found(item, GLOB_TILDE | GLOB_NOSORT);
+    if (found.status != 0 && found.status != GLOB_NOMATCH) {
+        throw OperationError(item, "its matches cannot be found");
+    }
     std::vector<std::string> paths;
-    for (const std::string& match : searchFilesByPattern(item)) {
-        paths.push_back(canonicalPathOfRecord(match.c_str()));
+    for (size_t i = 0; i < found.matches.gl_pathc; ++i) {
+        paths.push_back(canonicalPathOfRecord(found.matches.gl_pathv[i]));
     }
     return paths;
 }

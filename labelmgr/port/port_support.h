@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/label_manager.h"
+#include "labelmgr/model/operation_error.h"
 #include "log/logger.h"
 
 // What the functions of the port share: how they fail, and how they hand out memory that
@@ -39,9 +40,11 @@ inline void fillText(UserSetRecord& record, const std::string& text) {
     text.copy(record.path, sizeof(record.path) - 1);
 }
 
-// Answers the number of records, and an array of them when there are any.
-template <typename Source, typename Fill>
-int answerRecords(const std::vector<Source>& sources, UserSetRecord** records, Fill fill) {
+// Answers the number of what `list` gives, and an array of it when there is any. A lack
+// of memory names what was listed.
+template <typename List, typename Fill>
+int answerRecords(const std::string& whatIsListed, List list, UserSetRecord** records, Fill fill) try {
+    const auto sources = list();
     if (sources.empty()) {
         return 0;
     }
@@ -54,4 +57,6 @@ int answerRecords(const std::vector<Source>& sources, UserSetRecord** records, F
     }
     *records = answer;
     return static_cast<int>(sources.size());
+} catch (const std::bad_alloc&) {
+    throw OperationError(whatIsListed, "not enough memory to list what was set");
 }

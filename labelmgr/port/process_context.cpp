@@ -1,7 +1,9 @@
 #include "labelmgr/port/process_context.h"
 
 #include <cstdlib>
+#include <string_view>
 #include <sys/auxv.h>
+#include <unistd.h>
 
 #include "label/label.h"
 #include "labelmgr/files/in_threads.h"
@@ -18,13 +20,29 @@ std::string configured(const char* variable, const char* standard) {
     return value != nullptr && *value != '\0' ? value : standard;
 }
 
+bool startsWith(const char* text, std::string_view start) {
+    return std::string_view(text).substr(0, start.size()) == start;
+}
+
+// Variables and a user's own settings that lead dpkg-query or rpm to another database.
+bool mayNameAnotherDatabase() {
+    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        if (startsWith(*variable, "DPKG_") || startsWith(*variable, "RPM_")) {
+            return true;
+        }
+    }
+    const char* home = std::getenv("HOME");
+    return home != nullptr && (access((std::string(home) + "/.rpmmacros").c_str(), F_OK) == 0 ||
+                               access((std::string(home) + "/.config/rpm/macros").c_str(), F_OK) == 0);
+}
+
 PackagePrograms packagePrograms() {
     constexpr const char* kSystemPath = "/usr/sbin:/usr/bin:/sbin:/bin";
     if (getauxval(AT_SECURE) != 0) {
-        return {kSystemPath, false};
+        return {kSystemPath, false, false};
     }
     const char* searchPath = std::getenv("PATH");
-    return {searchPath != nullptr ? searchPath : kSystemPath, true};
+    return {searchPath != nullptr ? searchPath : kSystemPath, true, mayNameAnotherDatabase()};
 }
 
 }  // namespace

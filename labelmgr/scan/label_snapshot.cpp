@@ -2,11 +2,20 @@
 
 #include <algorithm>
 
+namespace {
+
+std::string_view nameOf(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+}  // namespace
+
 LabelSnapshot::LabelSnapshot(Facts& facts, const std::string& root,
                              const std::vector<std::string>& skippedPaths)
     : skipped(skippedPaths.begin(), skippedPaths.end()),
       policy(facts.policy()),
-      owners(facts.ownersBelow(root)) {
+      owners(facts.owners()),
+      besideRoot(owners.in(root.substr(0, std::max<size_t>(root.rfind('/'), 1)))) {
     digestOf(root);  // without digests nothing could be labelled
 }
 
@@ -26,6 +35,7 @@ void LabelSnapshot::readUserValues(Store& store) {
 
 std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::wholeSystem() const {
     auto directory = std::make_shared<Directory>();
+    directory->names = besideRoot;
     for (const Field field : kFields) {
         directory->userPatterns[field] = allOf(userPatterns[field]);
     }
@@ -39,6 +49,9 @@ std::shared_ptr<const LabelSnapshot::Directory> LabelSnapshot::below(
     const std::shared_ptr<const Directory>& parent, const std::string& path) const {
     const std::string prefix = path.back() == '/' ? path : path + "/";
     auto directory = std::make_shared<Directory>();
+    directory->path = path;
+    directory->owner = parent->names.ownerOf(nameOf(path));
+    directory->names = owners.in(path);
     for (const Field field : kFields) {
         directory->userPatterns[field] = candidatesFrom(parent->userPatterns[field], prefix);
     }
@@ -73,15 +86,17 @@ Label LabelSnapshot::label(const Directory& directory, const std::string& path, 
 }
 
 PolicyValues LabelSnapshot::policyValues(const Directory& directory, const std::string& path) const {
-    return {packageOf(path), matchedNumber(directory.tids, path),
+    const std::string_view owner =
+        path == directory.path ? directory.owner : directory.names.ownerOf(nameOf(path));
+    return {packageOf(owner), matchedNumber(directory.tids, path),
             matchedNumber(directory.inheritFlags, path)};
 }
 
-uint64_t LabelSnapshot::packageOf(const std::string& path) const {
-    const std::string owner = ownerIn(owners, path);
-    if (owner.empty()) {
+uint64_t LabelSnapshot::packageOf(std::string_view ownerName) const {
+    if (ownerName.empty()) {
         return 0;
     }
+    const std::string owner(ownerName);
     const auto set = packageIds.find(owner);
     return set != packageIds.end() ? set->second : packageIdOfName(owner);
 }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -25,8 +26,11 @@ class LabelSnapshot {
     LabelSnapshot(Facts& facts, const std::string& root, const std::vector<std::string>& skippedPaths);
     void readUserValues(Store& store);
 
-    // The rules that can matter in a directory and below it.
+    // The rules that can matter in a directory and below it, and who owns what in it.
     struct Directory : WalkState {
+        std::string path;
+        std::string owner;
+        OwnedNames names;
         ByField<CandidateRules<FieldValue>> userPatterns;
         CandidateRules<uint32_t> tids;
         CandidateRules<uint32_t> inheritFlags;
@@ -46,12 +50,13 @@ class LabelSnapshot {
     using PathValues = ByField<std::optional<FieldValue>>;
 
     PolicyValues policyValues(const Directory& directory, const std::string& path) const;
-    uint64_t packageOf(const std::string& path) const;
+    uint64_t packageOf(std::string_view ownerName) const;
 
     std::unordered_map<std::string, PathValues> userPaths;
     ByField<PatternRules<FieldValue>> userPatterns;
     std::unordered_map<std::string, uint64_t> packageIds;
     std::unordered_set<std::string> skipped;
     const Policy& policy;
-    const OwnersByPath& owners;
+    PackageOwners& owners;
+    const OwnedNames besideRoot;
 };

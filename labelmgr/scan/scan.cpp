@@ -5,6 +5,7 @@
 #include <optional>
 #include <unistd.h>
 
+#include "labelmgr/change/done_log.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/change/session.h"
 #include "labelmgr/model/operation_error.h"
@@ -78,6 +79,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
                              const std::vector<std::string>& skippedPaths, unsigned int threads) {
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
+    StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);  // to keep owners in
     Facts facts(context);
     LabelSnapshot snapshot(facts, root, skippedPaths);
     const Registration registration = registerScan(context, snapshot);
@@ -99,9 +101,9 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
             return counts.failed + 1;
         }
     }
-    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds%s", asOneLine(root).c_str(),
+    ZORV_LOG(info, "%s: %lu labelled, %lu unchanged, %lu failed, %.1f seconds%s; %s", asOneLine(root).c_str(),
              counts.labelled.load(), counts.unchanged.load(), counts.failed.load(), secondsSince(begin),
-             signal == 0 ? "" : ", interrupted by a signal");
+             signal == 0 ? "" : ", interrupted by a signal", byWhom().c_str());
     if (signal != 0) {
         raise(signal);
     }

@@ -7,10 +7,11 @@
 
 // A scan labels a whole tree.
 //
-// Policy and package database are read first, so that nobody waits for them. Then it is
-// registered in the store, in one transaction with the reading of what users set, and
-// holds a lock that shows that it is alive. The walk writes labels without the store:
-// what users change meanwhile is noted there, and is written again when the scan ends.
+// Policy and package database are read first, so that nobody waits for them; a kept list
+// of owners only where the walk comes to. Then it is registered in the store, in one
+// transaction with the reading of what users set, and holds a lock that shows that it is
+// alive. The walk writes labels without the store: what users change meanwhile is noted
+// there, and is written again when the scan ends.
 // Before it is told complete, its labels are on disk. A scan whose lock is free and that
 // is still registered has died; it counts as interrupted.
 

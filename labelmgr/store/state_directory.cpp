@@ -32,6 +32,7 @@ constexpr mode_t kFileMode = 0600;
 constexpr std::chrono::milliseconds kRetryPause{1};
 constexpr time_t kCoarsestTick = 2;  // seconds, of file times
 constexpr LockedBytes kWholeFile{0, 0};
+constexpr const char* kNewSuffix = ".new";
 
 UniqueFd openDirectory(const std::string& path) {
     return UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -59,6 +60,14 @@ void createDirectory(const std::filesystem::path& directory) {
         } else if (errno != EEXIST) {
             throw systemError(made);
         }
+    }
+}
+
+// A file that is not believed, or written to, when anybody else may have a hand in it.
+void requirePrivate(const std::string& file, const struct stat& status) {
+    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() || status.st_nlink != 1 ||
+        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw OperationError(file, "refused: not a plain file that only its user may write");
     }
 }
 
@@ -223,6 +232,43 @@ std::optional<UniqueFd> StateDirectory::lockForScan() const {
 bool StateDirectory::isScanLocked() const {
     const UniqueFd lock(openat(descriptor.get(), kScanLockName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     return lock && areBytesLocked(lock.get(), LockKind::kShared, kWholeFile);
+}
+
+UniqueFd StateDirectory::openKept(const std::string& name) const {
+    UniqueFd file(openat(descriptor.get(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        if (errno == ENOENT) {
+            return {};
+        }
+        throw systemError(path + "/" + name);
+    }
+    requirePrivate(path + "/" + name, status);
+    return file;
+}
+
+UniqueFd StateDirectory::beginKept(const std::string& name) const {
+    const std::string newName = name + kNewSuffix;
+    UniqueFd file = openLock(newName.c_str());
+    struct stat opened {};
+    struct stat named {};
+    if (!tryLockBytes(file.get(), LockKind::kExclusive, kWholeFile) ||
+        fstatat(descriptor.get(), newName.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
+        fstat(file.get(), &opened) != 0 || opened.st_ino != named.st_ino) {
+        return {};  // another process is at it, or has just put its own in place
+    }
+    requirePrivate(path + "/" + newName, opened);
+    if (ftruncate(file.get(), 0) != 0) {
+        throw systemError(path + "/" + newName);
+    }
+    return file;
+}
+
+void StateDirectory::replaceKept(const std::string& name) const {
+    const std::string newName = name + kNewSuffix;
+    if (renameat(descriptor.get(), newName.c_str(), descriptor.get(), name.c_str()) != 0) {
+        throw systemError(path + "/" + name);
+    }
 }
 
 // "1: FLOCK  ADVISORY  WRITE 4711 08:02:131 0 EOF"; of who waits, "1: -> FLOCK ...".

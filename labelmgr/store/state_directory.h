@@ -63,6 +63,15 @@ class StateDirectory {
     std::optional<UniqueFd> lockForScan() const;
     bool isScanLocked() const;
 
+    // A file that can be made anew from what lies elsewhere. None when it is not there;
+    // OperationError when it is not a plain file of the caller's own that only the caller
+    // may write.
+    UniqueFd openKept(const std::string& name) const;
+    // An empty file to take its place; none while another process makes one.
+    UniqueFd beginKept(const std::string& name) const;
+    // Puts it there, whole or not at all.
+    void replaceKept(const std::string& name) const;
+
  private:
     StateDirectory(std::string directoryPath, UniqueFd directory)
         : path(std::move(directoryPath)), descriptor(std::move(directory)) {}

@@ -50,17 +50,21 @@ TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
     ASSERT_EQ(mkfifo(tree.path("fifo").c_str(), 0600), 0);
     ASSERT_EQ(mount("plain", tree.directory("plain").c_str(), "ramfs", 0, nullptr), 0);
     tree.file("plain/below/file");
+    putFile(kLogProperties, "log4cpp.rootCategory=INFO\n");
+    CapturedLog log;
     ASSERT_EQ(setFileTid(tree.path("d/e/f").c_str(), 0x21, 0), 0);
     ASSERT_EQ(setFileTid((tree.path() + "/fi*").c_str(), 0x22, 1), 0);
+    const auto done =
+        testing::StartsWith("INFO [logDone] set_tid " + tree.path() + "/fi* 00000022, files: 2; by user 0");
+    EXPECT_THAT(log.take(), testing::Contains(done).Times(1));
     std::filesystem::remove(tree.path("file"));
     tree.file("file");
 
-    CapturedLog log;
     for (const char* threads : {"1", "4"}) {
         setenv("ZORV_LABEL_THREADS", threads, 1);
         EXPECT_EQ(addTagFullSystem(tree.path().c_str(), {tree.path("skip")}), 0);
         Lines lines = log.take();
-        lines.back() = replaceAll(lines.back(), ", [0-9.]+ seconds", "");
+        lines.back() = replaceAll(lines.back(), ", [0-9.]+ seconds;.*", "");
         const std::string counts =
             *threads == '1' ? ": 9 labelled, 0 unchanged" : ": 0 labelled, 9 unchanged";
         EXPECT_EQ(lines.back(), "INFO [labelWholeTree] " + tree.path() + counts + ", 0 failed");

@@ -35,14 +35,29 @@ no colon and blank                                           |
                 ElementsAre("a", "d"));
 }
 
-TEST(PackageAnswers, ListTheFilesBelowARoot) {
-    const Lines lines = {"\tb", " /usr/share/x", " /bin/y", " .", "\ta", " /usr/share/x", " /opt/z", "junk"};
-    EXPECT_THAT(parseOwners(lines, "/usr/bin"), ElementsAre(Pair("/bin/y", "b")));
-    EXPECT_THAT(parseOwners(lines, "/usr/share/x"), ElementsAre(Pair("/usr/share/x", "a")));
-    const OwnersByPath all = parseOwners(lines, "/");
-    EXPECT_EQ(all.size(), 3U);
-    EXPECT_EQ(ownerIn(all, "/usr/bin/y"), "b");  // installed before the directories were merged
-    EXPECT_EQ(ownerIn(all, "/usr/opt/z") + ownerIn(all, "/usr/share"), "");
+TEST(PackageAnswers, ListTheOwnersOfPaths) {
+    const Lines lines = {"\tb",  " /usr/share/x", " /bin/y", " .",  "\ta",     " /usr/share/x", " /opt/z",
+                         "junk", " /usr/bin/w",   " /bin/w", "\tA", " /bin/w", " /lib"};
+    const OwnerTable owners(parseOwners(lines));
+    constexpr const char* kTable = R"(
+# path | owner
+/usr/share/x | a
+/bin/y       | b
+/usr/bin/y   | b
+/bin/w       | A
+/usr/bin/w   | a
+/usr/lib     | A
+/usr/opt/z   |
+/usr/share   |
+/a           |
+/zz/a        |
+/            |
+)";
+    for (const Lines& row : readTable(kTable, 2)) {
+        const size_t slash = row[0].rfind('/');
+        const OwnedNames names = owners.namesIn(slash == 0 ? "/" : row[0].substr(0, slash));
+        EXPECT_EQ(names.ownerOf(row[0].substr(slash + 1)), row[1]) << row[0];
+    }
     EXPECT_EQ(asDpkgPattern("/a*b?[c]\\"), "/a\\*b\\?\\[c]\\\\");
     for (const char* bad : {"", "*", "-x", "a b", "a/b", "a:b", "a\n"}) {
         EXPECT_FALSE(isPackageName(bad)) << bad;

@@ -92,7 +92,7 @@ TEST_F(LoggerTest, IsConfiguredByTheProperties) {
 
 TEST_F(LoggerTest, KeepsTheModeOfFilesMadeByRolling) {
     std::string properties = fileContent(TESTS_DIRECTORY "/../packaging/etc/zorv-label-log.properties");
-    properties = replaceAll(properties, "fileName=.*", "fileName=" + tree.path("log"));
+    properties = replaceAll(properties, "zorv.log.directory=.*", "zorv.log.directory=" + tree.path());
     putFile(kLogProperties, replaceAll(properties, "maxFileSize=.*", "maxFileSize=100"));
     const RunResult run = withLogger([](Logger& logger) {
         static_cast<void>(std::system("ls -l /proc/self/fd"));  // programs that are run lack the file
@@ -100,9 +100,9 @@ TEST_F(LoggerTest, KeepsTheModeOfFilesMadeByRolling) {
             logger.error("t", line, "%s", std::string(100, 'x').c_str());
         }
     });
-    EXPECT_EQ(run.out.find(tree.path()), std::string::npos) << run.out;
-    for (const char* name : {"log", "log.1", "log.2"}) {
-        EXPECT_EQ(modeOf(tree.path(name)), 0640U) << name;
+    EXPECT_EQ((run.out + run.err).find(tree.path()), std::string::npos) << run.out << run.err;
+    for (const char* name : {"", ".1", ".2"}) {
+        EXPECT_EQ(modeOf(tree.path(std::string("zorv_label_manager.log") + name)), 0640U) << name;
     }
 }
 

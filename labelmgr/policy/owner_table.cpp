@@ -1,0 +1,220 @@
+#include "labelmgr/policy/owner_table.h"
+
+#include <algorithm>
+#include <limits>
+#include <sys/stat.h>
+
+#include "label/byte_order.h"
+#include "labelmgr/model/operation_error.h"
+
+// The file: "zorvown" and the format's version, in all eight bytes; size of the front (4
+// bytes); checksum of the front (8); the front: the source, then of each block size (4),
+// checksum (8) and first directory; the blocks. A block: of each directory its path and,
+// as one text, its entries, sorted by path; an entry: the name and the owner. Before each
+// text stands its length (4).
+
+namespace {
+
+constexpr std::string_view kMagic("zorvown\1", 8);
+constexpr size_t kStartSize = kMagic.size() + sizeof(uint32_t) + sizeof(uint64_t);
+constexpr size_t kFullBlock = size_t{8} * 1024;
+constexpr uint64_t kLargestPart = uint64_t{256} << 20;
+
+template <typename Unsigned>
+void addNumber(std::string& out, Unsigned value) {
+    unsigned char bytes[sizeof(Unsigned)];
+    storeLittleEndian(bytes, value);
+    out.append(reinterpret_cast<const char*>(bytes), sizeof(bytes));
+}
+
+void addText(std::string& out, std::string_view text) {
+    addNumber(out, static_cast<uint32_t>(text.size()));
+    out.append(text);
+}
+
+[[noreturn]] void failAsDamaged() {
+    throw OperationError("the kept list of owners", "damaged, or of another state of the packages");
+}
+
+class Reader {
+ public:
+    explicit Reader(std::string_view bytes) : rest(bytes) {}
+
+    bool isAtEnd() const { return rest.empty(); }
+
+    template <typename Unsigned>
+    Unsigned number() {
+        return loadLittleEndian<Unsigned>(
+            reinterpret_cast<const unsigned char*>(take(sizeof(Unsigned)).data()));
+    }
+    std::string_view text() { return take(number<uint32_t>()); }
+
+ private:
+    std::string_view take(size_t size) {
+        if (size > rest.size()) {
+            failAsDamaged();
+        }
+        const std::string_view taken = rest.substr(0, size);
+        rest.remove_prefix(size);
+        return taken;
+    }
+
+    std::string_view rest;
+};
+
+std::string readAt(const UniqueFd& file, uint64_t offset, size_t size) {
+    std::string bytes(size, '\0');
+    if (pread(file.get(), bytes.data(), size, static_cast<off_t>(offset)) != static_cast<ssize_t>(size)) {
+        failAsDamaged();
+    }
+    return bytes;
+}
+
+void writeAll(int file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file, bytes.data(), bytes.size());
+        if (written < 0) {
+            throw systemError("the kept list of owners");
+        }
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+OwnedNames::Entries readEntries(std::string_view bytes) {
+    OwnedNames::Entries entries;
+    for (Reader reader(bytes); !reader.isAtEnd();) {
+        const std::string_view name = reader.text();
+        entries.emplace_back(name, reader.text());
+    }
+    return entries;
+}
+
+}  // namespace
+
+uint64_t checksumOf(std::string_view bytes) {  // FNV-1a
+    uint64_t sum = 0xcbf29ce484222325;
+    for (const char c : bytes) {
+        sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+    }
+    return sum;
+}
+
+std::string_view OwnedNames::ownerOf(std::string_view name) const {
+    const auto found = std::lower_bound(entries.begin(), entries.end(), name,
+                                        [](const auto& entry, auto wanted) { return entry.first < wanted; });
+    return found != entries.end() && found->first == name ? found->second : std::string_view();
+}
+
+OwnerTable::OwnerTable(const OwnersByDirectory& owners) {
+    std::vector<const OwnersByDirectory::value_type*> directories;
+    directories.reserve(owners.size());
+    for (const auto& directory : owners) {
+        directories.push_back(&directory);
+    }
+    std::sort(directories.begin(), directories.end(),
+              [](const auto* left, const auto* right) { return left->first < right->first; });
+    std::string first;
+    std::string bytes;
+    for (const auto* directory : directories) {
+        if (bytes.empty()) {
+            first = directory->first;
+        }
+        std::string entries;
+        for (const auto& [name, owner] : directory->second) {
+            addText(entries, name);
+            addText(entries, owner);
+        }
+        addText(bytes, directory->first);
+        addText(bytes, entries);
+        if (bytes.size() >= kFullBlock) {
+            addBlock(std::move(first), std::exchange(bytes, {}));
+        }
+    }
+    if (!bytes.empty()) {
+        addBlock(std::move(first), std::move(bytes));
+    }
+}
+
+void OwnerTable::addBlock(std::string firstDirectory, std::string bytes) {
+    if (bytes.size() > std::numeric_limits<uint32_t>::max()) {
+        throw OperationError(firstDirectory, "more names than can be kept");
+    }
+    blocks.push_back({std::move(firstDirectory), 0, static_cast<uint32_t>(bytes.size()), checksumOf(bytes),
+                      std::make_shared<const std::string>(std::move(bytes))});
+}
+
+OwnerTable::OwnerTable(UniqueFd openFile, const std::string& source) : file(std::move(openFile)) {
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0) {
+        throw systemError("the kept list of owners");
+    }
+    const auto fileSize = static_cast<uint64_t>(status.st_size);
+    const std::string start = readAt(file, 0, kStartSize);
+    Reader numbers(std::string_view(start).substr(kMagic.size()));
+    const auto frontSize = numbers.number<uint32_t>();
+    if (start.compare(0, kMagic.size(), kMagic) != 0 || frontSize > std::min(fileSize, kLargestPart)) {
+        failAsDamaged();
+    }
+    const std::string front = readAt(file, kStartSize, frontSize);
+    Reader reader(front);
+    if (numbers.number<uint64_t>() != checksumOf(front) || reader.text() != source) {
+        failAsDamaged();
+    }
+    uint64_t offset = kStartSize + frontSize;
+    while (!reader.isAtEnd()) {
+        const auto size = reader.number<uint32_t>();
+        const auto checksum = reader.number<uint64_t>();
+        blocks.push_back({std::string(reader.text()), offset, size, checksum, nullptr});
+        offset += size;
+    }
+    if (offset != fileSize) {
+        failAsDamaged();
+    }
+}
+
+void OwnerTable::write(int openFile, const std::string& source) const {
+    std::string front;
+    addText(front, source);
+    for (const Block& block : blocks) {
+        addNumber(front, block.size);
+        addNumber(front, block.checksum);
+        addText(front, block.firstDirectory);
+    }
+    std::string start(kMagic);
+    addNumber(start, static_cast<uint32_t>(front.size()));
+    addNumber(start, checksumOf(front));
+    writeAll(openFile, start + front);
+    for (Block& block : blocks) {
+        writeAll(openFile, *bytesOf(block));
+    }
+}
+
+OwnerTable::Bytes OwnerTable::bytesOf(Block& block) const {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!block.bytes) {
+        std::string bytes = readAt(file, block.offset, block.size);
+        if (checksumOf(bytes) != block.checksum) {
+            failAsDamaged();
+        }
+        block.bytes = std::make_shared<const std::string>(std::move(bytes));
+    }
+    return block.bytes;
+}
+
+OwnedNames OwnerTable::namesIn(const std::string& directory) const {
+    auto block =
+        std::upper_bound(blocks.begin(), blocks.end(), directory,
+                         [](const auto& wanted, const auto& other) { return wanted < other.firstDirectory; });
+    if (block == blocks.begin()) {
+        return {};
+    }
+    const Bytes bytes = bytesOf(*--block);
+    for (Reader reader(*bytes); !reader.isAtEnd();) {
+        const std::string_view present = reader.text();
+        const std::string_view entries = reader.text();
+        if (present == directory) {
+            return {readEntries(entries), bytes};
+        }
+    }
+    return {};
+}

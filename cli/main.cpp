@@ -1,24 +1,11 @@
-#include <cerrno>
-#include <fcntl.h>
 #include <syslog.h>
-#include <unistd.h>
 
+#include "base/standard_descriptors.h"
 #include "cli/command_options.h"
 #include "cli/dispatch.h"
 #include "cli/output.h"
 
 namespace {
-
-// A file opened on a standard descriptor that the caller left closed would receive what
-// the tool prints. Opened the wrong way round, the descriptor refuses it as the closed
-// one would.
-void occupyStandardDescriptors() {
-    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
-        }
-    }
-}
 
 int run(int argc, char** argv) {
     CommandLine line;

@@ -4,7 +4,7 @@ set -eu
 
 packages="
 build-essential ca-certificates clang clang-format clang-tidy cmake git libclang-rt-14-dev ninja-build pkg-config
-liblog4cpp5-dev libsqlite3-dev libssl-dev libzmq3-dev
+liblog4cpp5-dev libsqlite3-dev libssl-dev libzmq3-dev nlohmann-json3-dev
 libbenchmark-dev libgmock-dev libgtest-dev
 attr bash-completion btrfs-progs doxygen e2fsprogs gnuplot-nox man-db mandoc policycoreutils python3 shellcheck
 sqlite3 strace time xfsprogs zsh

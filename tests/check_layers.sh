@@ -21,6 +21,9 @@ for room in $rooms; do
 labelmgr/$room $outside $below"
 done
 
+allowed="$allowed
+state state/ $outside $below"
+
 # Of lines "FILE:LINE", those with an include of this project that the file's folder may not include.
 wrongIncludes() {
     awk -v allowed="$allowed" '
@@ -36,7 +39,7 @@ wrongIncludes() {
             if (!match($0, /#[ \t]*include[ \t]*["<][^">]*[">]/)) next
             name = substr($0, RSTART, RLENGTH); sub(/^#[ \t]*include[ \t]*/, "", name)
             quoted = name ~ /^"/; gsub(/["<>]/, "", name)
-            if (!quoted && name !~ /^(\.|base\/|cli\/|common\/|label\/|labelmgr\/|log\/|msg\/|tests\/)/) next
+            if (!quoted && name !~ /^(\.|base\/|cli\/|common\/|label\/|labelmgr\/|log\/|msg\/|state\/|tests\/)/) next
             count = split(mayInclude[folder], targets, " ")
             for (i = 2; i <= count; ++i) {
                 isFolder = targets[i] ~ /\/$/
@@ -49,7 +52,8 @@ wrongIncludes() {
 
 wrong=$(
     for wrong in base/log/logger.h log/common/wildcard.h log/msg/zmq_socket.h msg/log/logger.h common/label/id.h \
-        label/common/sm3_hash.h cli/log/logger.h cli/label/id.h cli/labelmgr/store/store.h cli/../log/logger.h; do
+        label/common/sm3_hash.h cli/log/logger.h cli/label/id.h cli/labelmgr/store/store.h cli/state/options.h \
+        cli/../log/logger.h state/cli/output.h; do
         echo "${wrong%%/*}/wrong.h:#include \"${wrong#*/}\""
     done
     above=$rooms
@@ -57,8 +61,9 @@ wrong=$(
         above=${above#*"$room"}
         for wrong in $above; do echo "labelmgr/$room/wrong.h:#include \"labelmgr/$wrong/any.h\""; done
         echo "labelmgr/$room/wrong.h:#include \"cli/output.h\""
+        echo "labelmgr/$room/wrong.h:#include \"state/options.h\""
     done
 )
 [ "$(echo "$wrong" | wrongIncludes)" = "$wrong" ] || { echo "check_layers: does not notice all of: $wrong" >&2 && exit 1; }
 cd "$1"
-! grep -r '#' --include='*.h' --include='*.cpp' base cli common label labelmgr log msg | wrongIncludes
+! grep -r '#' --include='*.h' --include='*.cpp' base cli common label labelmgr log msg state | wrongIncludes

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "base/hexadecimal.h"
 #include "labelmgr/change/change_plan.h"
 #include "labelmgr/change/done_log.h"
 #include "labelmgr/change/label_writer.h"
@@ -30,6 +31,22 @@ std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeSt
     return former;
 }
 
+void putBack(Store& store, const std::vector<FormerPackageId>& packages) {
+    for (const FormerPackageId& former : packages) {
+        store.packageIds().putBack(former);
+    }
+}
+
+std::vector<std::string> messagesOf(const std::vector<PackageStep>& packages) {
+    std::vector<std::string> messages;
+    for (const PackageStep& step : packages) {
+        const uint64_t id = step.kind == ChangeKind::kSet ? step.id : packageIdOfName(step.name);
+        messages.push_back(
+            changeMessage("package", packageOperationOf(step.kind), step.name, hexadecimalOf(id)));
+    }
+    return messages;
+}
+
 void keepPending(Store& store, const std::vector<FormerRecord>& records, const ChangedFiles& files) {
     PendingTable pending = store.pending();
     for (const FormerRecord& record : records) {
@@ -48,6 +65,7 @@ void tell(Store& store, const ChangePlan& plan) {
     for (const ChangedFile& changed : plan.files) {
         feed.add(changed.messages);
     }
+    feed.add(plan.packageMessages);
 }
 
 // A file that is gone, or refuses its label, and is not needed is left out. False when it
@@ -94,7 +112,8 @@ void flushRightFiles(const Context& context, const ChangePlan& plan) {
 }
 
 // Of many files the database's part is done while others write the labels.
-void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
+void writeLabels(Store& store, const Context& context, ChangePlan& plan,
+                 const std::vector<PackageStep>& packages) {
     Transaction transaction = store.begin();
     const int64_t lastMessage = store.feed().last();
     std::atomic<size_t> failed = 0;
@@ -104,6 +123,7 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
         writer.flush();
     };
     inThreads(plan.files.size(), writeFiles, [&] {
+        changePackageIds(store, packages);
         tell(store, plan);
         store.pending().clear();
     });
@@ -115,27 +135,45 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan) {
 
 }  // namespace
 
-std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
+std::vector<FormerPackageId> changePackageIds(Store& store, const std::vector<PackageStep>& packages) {
+    std::vector<FormerPackageId> former;
+    for (const PackageStep& step : packages) {
+        former.push_back({step.name, store.packageIds().find(step.name)});
+        if (step.kind == ChangeKind::kSet) {
+            store.packageIds().set(step.name, step.id);
+        } else {
+            store.packageIds().remove(step.name);
+        }
+    }
+    return former;
+}
+
+std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps,
+                     const std::vector<PackageStep>& packages) {
     ChangePlan plan;
-    FailedChange ifItFails{{}, store.feed().last(), 0, plan.files};
+    FailedChange ifItFails{{}, {}, store.feed().last(), 0, plan.files};
     bool isBegun = false;
     try {
         Transaction transaction = store.begin();
         ifItFails.formerRecords = changeRecords(store, steps);
+        ifItFails.formerPackages = changePackageIds(store, packages);
         plan = planFiles(store, context, steps);
+        plan.packageMessages = messagesOf(packages);
         if (plan.writesLabels) {
             keepPending(store, ifItFails.formerRecords, plan.files);
+            putBack(store, ifItFails.formerPackages);
         } else {  // the first commit is the only one
             flushRightFiles(context, plan);
             tell(store, plan);
         }
+        ifItFails.messages = packages.size();
         for (const ChangedFile& changed : plan.files) {
             ifItFails.messages += changed.messages.size();
         }
         isBegun = true;
         transaction.commit();
         if (plan.writesLabels) {
-            writeLabels(store, context, plan);
+            writeLabels(store, context, plan, packages);
         }
     } catch (const std::exception&) {
         if (isBegun) {
@@ -143,10 +181,11 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         }
         throw;
     }
-    logDone(steps, plan.lastValue, plan.files.size());
+    logDone(steps, packages, plan.lastValue, plan.files.size());
     if (plan.failed != 0) {
-        throw PartlyDone(steps.front().target.text,
-                         std::to_string(plan.failed) + " of its files did not take it; the others did");
+        throw PartlyDone(
+            steps.size() == 1 ? steps.front().target.text : std::to_string(steps.size()) + " changes",
+            std::to_string(plan.failed) + " of its files did not take it; the others did");
     }
     return plan.lastValue;
 }

@@ -14,10 +14,10 @@
 // A change is two transactions under the store's writers' lock. The first sets the
 // records and, beside them, keeps as pending what is needed to take the change back: the
 // records that it replaces and the labels that it is about to replace. Once that is on
-// disk the labels are written and brought to the disk. The second transaction adds the
-// messages and drops what was pending: with its commit the change has happened. Until
-// then it has not: a failure, or the next process to open the store, takes it back (see
-// recovery.h).
+// disk the labels are written and brought to the disk. The second transaction sets the
+// ids of packages, adds the messages and drops what was pending: with its commit the
+// change has happened. Until then it has not: a failure, or the next process to open the
+// store, takes it back (see recovery.h).
 
 struct ChangeStep {
     ChangeKind kind = ChangeKind::kSet;
@@ -25,6 +25,15 @@ struct ChangeStep {
     Target target;
     // For kSet.
     FieldValue value;
+    // Whether a value can be set on exactly a path only while the file is there.
+    bool needsFile = true;
+};
+
+// kSet, kDelete or kClear of the id of a package.
+struct PackageStep {
+    ChangeKind kind = ChangeKind::kSet;
+    std::string name;
+    uint64_t id = 0;  // for kSet
 };
 
 // All was done, but to files of a pattern or a clear that refuse their labels themselves:
@@ -37,5 +46,10 @@ class PartlyDone : public OperationError {
 // Answers the text of the value that the last file was given. Throws PartlyDone, and any
 // other OperationError when nothing was changed: the store is as before, and so are the
 // labels. A file that is gone is passed over, unless a value is to be set on exactly this
-// file.
-std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps);
+// file and needs it.
+std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps,
+                     const std::vector<PackageStep>& packages = {});
+
+// Sets and removes the package ids in the store, and answers what they replace. For
+// looking at what a change would do.
+std::vector<FormerPackageId> changePackageIds(Store& store, const std::vector<PackageStep>& packages);

@@ -94,7 +94,7 @@ void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
 // A value cannot be set on a file that is gone; to take one away needs no file.
 bool needsFile(const FileSteps& steps) {
     return std::any_of(steps.begin(), steps.end(), [](const FileStep& entry) {
-        return entry.isTarget && entry.step->kind != ChangeKind::kDelete &&
+        return entry.isTarget && entry.step->needsFile && entry.step->kind != ChangeKind::kDelete &&
                entry.step->kind != ChangeKind::kClear;
     });
 }

@@ -14,6 +14,7 @@
 struct ChangePlan {
     ChangedFiles files;  // whose labels are to be written, or of which something is told
     bool writesLabels = false;
+    std::vector<std::string> packageMessages;
     std::string lastValue;  // as a message tells it
     size_t failed = 0;      // files that are left out, each one line in the log
     // Files whose labels are right already and may not be on disk: some of each file

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include "base/hexadecimal.h"
 #include "log/config_path.h"
 #include "log/logger.h"
 
@@ -29,10 +30,18 @@ void logDone(const std::string& what) {
     }
 }
 
-void logDone(const std::vector<ChangeStep>& steps, const std::string& lastValue, size_t files) {
-    const ChangeStep& first = steps.front();
-    const std::string value = first.kind == ChangeKind::kSet ? textOf(first.value) : lastValue;
-    const std::string more = steps.size() > 1 ? " and " + std::to_string(steps.size() - 1) + " more" : "";
-    logDone(operationOf(first.kind, first.target.field) + " " + first.target.text + " " + value + more +
-            ", files: " + std::to_string(files));
+void logDone(const std::vector<ChangeStep>& steps, const std::vector<PackageStep>& packages,
+             const std::string& lastValue, size_t files) {
+    const size_t all = steps.size() + packages.size();
+    const std::string more = all > 1 ? " and " + std::to_string(all - 1) + " more" : "";
+    if (!steps.empty()) {
+        const ChangeStep& first = steps.front();
+        const std::string value = first.kind == ChangeKind::kSet ? textOf(first.value) : lastValue;
+        logDone(operationOf(first.kind, first.target.field) + " " + first.target.text + " " + value + more +
+                ", files: " + std::to_string(files));
+    } else if (!packages.empty()) {
+        const PackageStep& first = packages.front();
+        logDone(packageOperationOf(first.kind) + " " + first.name +
+                (first.kind == ChangeKind::kSet ? " " + hexadecimalOf(first.id) : "") + more);
+    }
 }

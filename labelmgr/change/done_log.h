@@ -13,4 +13,5 @@ std::string byWhom();
 
 void logDone(const std::string& what);
 // A change, by its first step.
-void logDone(const std::vector<ChangeStep>& steps, const std::string& lastValue, size_t files);
+void logDone(const std::vector<ChangeStep>& steps, const std::vector<PackageStep>& packages,
+             const std::string& lastValue, size_t files);

@@ -25,6 +25,7 @@ void finishWhatWasLeft(Store& store, const Context& context);
 // A change of this process that failed, as it was before and as it was meant to be.
 struct FailedChange {
     std::vector<FormerRecord> formerRecords;
+    std::vector<FormerPackageId> formerPackages;
     int64_t lastMessage = 0;  // before it
     size_t messages = 0;      // its own
     const ChangedFiles& files;

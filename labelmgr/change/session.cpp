@@ -30,7 +30,7 @@ std::optional<Store> openToRead(const Context& context) {
     }
     store = Store::openToRead(context.stateDirectory);
     if (store && !store->pending().isEmpty()) {
-        store->showWithoutPendingChange();
+        store->pending().showFormerValues();
     }
     return store;
 }

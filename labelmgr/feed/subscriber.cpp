@@ -95,6 +95,9 @@ void Subscriber::fetch(bool isNotified) {
     if (!messages.empty() && messages.front().sequence != *lastSequence + 1) {
         throw OperationError("change messages were dropped before they were read");
     }
+    if (store && messages.empty() && store->feed().last() < *lastSequence) {
+        throw OperationError("the store went back to an earlier state: change messages may be missing");
+    }
     for (const FeedMessage& message : messages) {
         lastSequence = message.sequence;
         if (!message.text.empty() && message.text.rfind(topic, 0) == 0) {

@@ -16,8 +16,9 @@
 // itself, for a store that is not there yet and for what no notification tells; an idle
 // look is two file times.
 //
-// Failures throw OperationError: a store that cannot be read, one that was replaced, and
-// messages that the feed dropped before the listener came to them.
+// Failures throw OperationError: a store that cannot be read, one that was replaced or
+// went back to an earlier state, and messages that the feed dropped before the listener
+// came to them.
 class Subscriber {
  public:
     explicit Subscriber(std::string stateDirectory) : directoryPath(std::move(stateDirectory)) {}

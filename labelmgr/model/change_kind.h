@@ -14,3 +14,5 @@ constexpr bool writesWholeLabel(ChangeKind kind) {
 
 // As messages tell it: "set_tid", "restore_label". A whole label is of no field.
 std::string operationOf(ChangeKind kind, Field field);
+// The same for the id of a package: "set_id".
+std::string packageOperationOf(ChangeKind kind);

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/handles.h"
 #include "common/config_file.h"
 #include "labelmgr/model/operation_error.h"
 #include "labelmgr/store/trusted_path.h"
@@ -19,31 +18,8 @@
 namespace {
 
 constexpr off_t kLargestPolicy = 16 << 20;
-
-// No descriptor when there is no policy file.
-UniqueFd openTrusted(const std::string& path) {
-    UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0) {
-        if (errno == ENOENT) {
-            return {};
-        }
-        throw systemError(path);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw OperationError(path, "refused: not a regular file");
-    }
-    requireTrusted(path, status.st_uid, status.st_mode);
-    const MallocOwner<char> resolved(realpath(path.c_str(), nullptr));
-    if (!resolved) {
-        throw systemError(path);
-    }
-    requireTrustedParents(resolved.get());
-    if (status.st_size > kLargestPolicy) {
-        throw OperationError(path, "refused: larger than 16 MiB");
-    }
-    return file;
-}
+constexpr const char* kTids = "tid";
+constexpr const char* kInheritFlags = "inherit_flag";
 
 // A line that begins with a bracket, in what can be read of a file; true also when it
 // cannot.
@@ -80,44 +56,42 @@ std::optional<uint32_t> parseHexadecimal(const std::string& text) {
     return failure == std::errc() && stop == end ? std::optional(value) : std::nullopt;
 }
 
-bool isAnyTid(uint32_t /*value*/) {
-    return true;
-}
-bool isInheritFlag(uint32_t value) {
-    return value == 0 || value == 5 || value == 7;
-}
-
-bool holdsBefore(const PatternRule<uint32_t>& left, const PatternRule<uint32_t>& right) {
-    return left.pattern.size() != right.pattern.size() ? left.pattern.size() > right.pattern.size()
-                                                       : left.pattern < right.pattern;
-}
-
 PatternRules<uint32_t> readRules(const PolicySections& sections, const std::string& fileName,
-                                 const char* section, bool (*isValid)(uint32_t)) {
+                                 const char* section) {
     PatternRules<uint32_t> rules;
     const auto found = sections.find(section);
     if (found == sections.end()) {
         return rules;
     }
     for (const auto& [pattern, text] : found->second) {
-        const std::optional<uint32_t> value = parseHexadecimal(text);
-        if (value && isValid(*value)) {
+        if (const std::optional<uint32_t> value = parseRuleValue(section, text)) {
             rules.push_back({pattern, *value});
         } else {
             ZORV_LOG(error, "%s: [%s] %s: bad value '%s'", fileName.c_str(), section,
                      asOneLine(pattern).c_str(), asOneLine(text).c_str());
         }
     }
-    std::sort(rules.begin(), rules.end(), holdsBefore);
+    std::sort(rules.begin(), rules.end(),
+              [](const auto& left, const auto& right) { return isAskedBefore(left.pattern, right.pattern); });
     return rules;
 }
 
 }  // namespace
 
+std::optional<uint32_t> parseRuleValue(std::string_view section, const std::string& text) {
+    const std::optional<uint32_t> value = parseHexadecimal(text);
+    const bool isGood = section != kInheritFlags || value == 0U || value == 5U || value == 7U;
+    return isGood ? value : std::nullopt;
+}
+
+bool isAskedBefore(const std::string& pattern, const std::string& other) {
+    return pattern.size() != other.size() ? pattern.size() > other.size() : pattern < other;
+}
+
 Policy policyOf(const PolicySections& sections, const std::string& fileName) {
     Policy policy;
-    policy.tids = readRules(sections, fileName, "tid", isAnyTid);
-    policy.inheritFlags = readRules(sections, fileName, "inherit_flag", isInheritFlag);
+    policy.tids = readRules(sections, fileName, kTids);
+    policy.inheritFlags = readRules(sections, fileName, kInheritFlags);
     if (const auto excluded = sections.find("exclude"); excluded != sections.end()) {
         for (const auto& [pattern, ignored] : excluded->second) {
             policy.excluded.push_back({pattern, 0});
@@ -126,7 +100,31 @@ Policy policyOf(const PolicySections& sections, const std::string& fileName) {
     return policy;
 }
 
+UniqueFd openPolicy(const std::string& path) {
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        if (errno == ENOENT) {
+            return {};
+        }
+        throw systemError(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw OperationError(path, "refused: not a regular file");
+    }
+    requireTrusted(path, status.st_uid, status.st_mode);
+    const MallocOwner<char> resolved(realpath(path.c_str(), nullptr));
+    if (!resolved) {
+        throw systemError(path);
+    }
+    requireTrustedParents(resolved.get());
+    if (status.st_size > kLargestPolicy) {
+        throw OperationError(path, "refused: larger than 16 MiB");
+    }
+    return file;
+}
+
 Policy loadPolicy(const std::string& path) {
-    const UniqueFd file = openTrusted(path);
+    const UniqueFd file = openPolicy(path);
     return file ? policyOf(readTrusted(file, path), path) : Policy();
 }

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
+#include "base/handles.h"
 #include "labelmgr/model/pattern_rules.h"
 
 // What the policy file says. Sections [tid] and [inherit_flag] map a path pattern to a
@@ -19,6 +22,13 @@ struct Policy {
     PatternRules<uint32_t> excluded;  // the values mean nothing
 };
 
+// The value that a rule of section "tid" or "inherit_flag" gives, by its text. Nothing
+// for a bad one.
+std::optional<uint32_t> parseRuleValue(std::string_view section, const std::string& text);
+
+// Whether the first of two patterns is asked before the second.
+bool isAskedBefore(const std::string& pattern, const std::string& other);
+
 // By section, then key, as parseConfig answers.
 using PolicySections = std::unordered_map<std::string, std::unordered_map<std::string, std::string>>;
 
@@ -26,6 +36,11 @@ using PolicySections = std::unordered_map<std::string, std::unordered_map<std::s
 // skipped.
 Policy policyOf(const PolicySections& sections, const std::string& fileName);
 
-// No file is the empty policy. Throws OperationError for a file that cannot be read or is
-// larger than 16 MiB, or as root for one that others may write or root does not own.
+// Opens a policy file. No descriptor when there is none. Throws OperationError for a file
+// that cannot be opened or is larger than 16 MiB, or as root for one that others may
+// write or root does not own.
+UniqueFd openPolicy(const std::string& path);
+
+// No file is the empty policy. Throws OperationError as openPolicy does, and for a file
+// that cannot be read.
 Policy loadPolicy(const std::string& path);

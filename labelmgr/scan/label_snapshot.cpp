@@ -65,6 +65,17 @@ bool LabelSnapshot::isExcluded(const Directory& directory, const std::string& pa
     return firstMatch(directory.excluded, path) != nullptr || (!skipped.empty() && skipped.count(path) != 0);
 }
 
+bool LabelSnapshot::isLeftAlone(std::string path) const {
+    const auto rules = wholeSystem();
+    while (!isExcluded(*rules, path)) {
+        if (path == "/") {
+            return false;
+        }
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    }
+    return true;
+}
+
 Label LabelSnapshot::label(const Directory& directory, const std::string& path, mode_t mode) const {
     static const PathValues kNothingSet;
     const auto found = userPaths.find(path);

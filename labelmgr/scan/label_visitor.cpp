@@ -25,16 +25,16 @@ const LabelSnapshot::Directory& rulesOf(const WalkState& state) {
 
 }  // namespace
 
-std::shared_ptr<const WalkState> LabelVisitor::enter(const std::string& path,
-                                                     const std::shared_ptr<const WalkState>& parent) {
+std::shared_ptr<const WalkState> SnapshotVisitor::enter(const std::string& path,
+                                                        const std::shared_ptr<const WalkState>& parent) {
     const auto rules = std::static_pointer_cast<const LabelSnapshot::Directory>(parent);
     return snapshot.isExcluded(*rules, path) ? nullptr : snapshot.below(rules, path);
 }
 
-void LabelVisitor::visit(const WalkEntry& entry, const WalkState& state) {
+void SnapshotVisitor::visit(const WalkEntry& entry, const WalkState& state) {
     const bool isDirectoryItself = *entry.name == '\0';
     if (isDirectoryItself || !snapshot.isExcluded(rulesOf(state), entry.path)) {
-        writeLabel(entry, snapshot.label(rulesOf(state), entry.path, entry.status.mode));
+        visitLabelled(entry, snapshot.label(rulesOf(state), entry.path, entry.status.mode));
     }
 }
 
@@ -47,7 +47,7 @@ void LabelVisitor::fail(const std::string& path, int reason) {
     }
 }
 
-void LabelVisitor::writeLabel(const WalkEntry& entry, const Label& label) {
+void LabelVisitor::visitLabelled(const WalkEntry& entry, const Label& label) {
     const std::string wanted = encodeLabel(label);
     std::array<char, kLargestLabel> present{};
     const char* attribute = context.attribute.c_str();

@@ -20,31 +20,44 @@ struct ScanCounts {
     unsigned long done() const { return labelled + unchanged + failed; }
 };
 
-// Gives each file that a walk comes to the label that it should have. A label that is
-// already right is not written. One bad file is one error line, up to 1,000 of them; a
-// file system without attributes is one warning.
-class LabelVisitor : public TreeVisitor {
+// Comes to each file below a root whose label is to be looked at, with the label that it
+// should have.
+class SnapshotVisitor : public TreeVisitor {
  public:
-    // Flushed are the file systems that it writes to, or all that it comes to.
-    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan, bool flushesAll)
-        : context(in), snapshot(labels), counts(countsOfScan), isAllFlushed(flushesAll) {}
+    explicit SnapshotVisitor(const LabelSnapshot& labels) : snapshot(labels) {}
 
     std::shared_ptr<const WalkState> enter(const std::string& path,
                                            const std::shared_ptr<const WalkState>& parent) override;
     void visit(const WalkEntry& entry, const WalkState& state) override;
+
+ protected:
+    virtual void visitLabelled(const WalkEntry& entry, const Label& label) = 0;
+
+ private:
+    const LabelSnapshot& snapshot;
+};
+
+// Gives each file that a walk comes to the label that it should have. A label that is
+// already right is not written. One bad file is one error line, up to 1,000 of them; a
+// file system without attributes is one warning.
+class LabelVisitor : public SnapshotVisitor {
+ public:
+    // Flushed are the file systems that it writes to, or all that it comes to.
+    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan, bool flushesAll)
+        : SnapshotVisitor(labels), context(in), counts(countsOfScan), isAllFlushed(flushesAll) {}
+
     void fail(const std::string& path, int reason) override;
 
     // Waits until all labels are on disk. Throws OperationError.
     void flush() { written.flush(); }
 
  private:
-    void writeLabel(const WalkEntry& entry, const Label& label);
+    void visitLabelled(const WalkEntry& entry, const Label& label) override;
     void noteWritten(const WalkEntry& entry);
     void failUnlessGone(const WalkEntry& entry, int reason);
     void warnOfFileSystem(const WalkEntry& entry);
 
     const Context& context;
-    const LabelSnapshot& snapshot;
     ScanCounts& counts;
     bool isAllFlushed;
     WrittenFileSystems written;

@@ -1,6 +1,5 @@
 #include "labelmgr/scan/scan.h"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <optional>
@@ -63,22 +62,11 @@ void endScan(const Context& context, Facts& facts, ScanStatus status, const std:
     transaction.commit();
 }
 
-bool isLeftAlone(const LabelSnapshot& snapshot, std::string path) {
-    const auto rules = snapshot.wholeSystem();
-    while (!snapshot.isExcluded(*rules, path)) {
-        if (path == "/") {
-            return false;
-        }
-        path.resize(std::max<size_t>(path.rfind('/'), 1));
-    }
-    return true;
-}
-
 // Whether the walk came to its end and all its labels to the disk.
 bool walkAndFlush(TreeWalk& walk, LabelVisitor& visitor, const LabelSnapshot& snapshot, UniqueFd descriptor,
                   const std::string& root) {
     try {
-        if (!isLeftAlone(snapshot, root)) {
+        if (!snapshot.isLeftAlone(root)) {
             walk.run(std::move(descriptor), root, snapshot.below(snapshot.wholeSystem(), root));
         }
         visitor.flush();

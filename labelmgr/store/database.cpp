@@ -80,7 +80,7 @@ void requireDatabase(const UniqueFd& file, const std::string& path) {
         throw systemError(path);
     }
     if (size > 0 && std::string_view(begin.data(), begin.size()) != kMagic) {
-        throw OperationError(path, "file is not a database");
+        throw StoreDamaged(path, "file is not a database");
     }
 }
 
@@ -188,6 +188,18 @@ void Database::shorten() {
     unlockBytes(lockedFile.get(), kReadersByte);
 }
 
+void Database::requireSound() {
+    Statement look = prepare("PRAGMA integrity_check(1)");
+    const std::string found = look.step() ? look.bytes(0) : "no answer";
+    if (found != "ok") {
+        throw StoreDamaged(path, "damaged: " + asOneLine(found));
+    }
+}
+
+void Database::copyTo(const std::string& file) {
+    prepare("VACUUM INTO CAST(? AS TEXT)").bind(file).run();
+}
+
 void Database::executeAll(const char* script) {
     if (sqlite3_exec(handle.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail();
@@ -222,6 +234,10 @@ void Database::giveBack(const char* sql, Prepared statement) {
 
 void Database::fail() const {
     std::string reason = sqlite3_errmsg(handle.get());
+    const int kind = sqlite3_errcode(handle.get()) & 0xff;
+    if (kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB) {
+        throw StoreDamaged(path, reason);
+    }
     const int systemReason = sqlite3_system_errno(handle.get());
     if (systemReason != 0) {
         reason.append(" (").append(std::strerror(systemReason)).append(")");

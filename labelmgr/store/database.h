@@ -30,6 +30,12 @@
 // of the bytes that each of them locks, and waits while one of them has the database
 // open; a reader of ours holds another, which keeps them from putting the journal away.
 
+// The bytes are no database, or one whose parts do not fit together, or a foreign one.
+class StoreDamaged : public OperationError {
+ public:
+    using OperationError::OperationError;
+};
+
 class Database;
 
 // A prepared statement of a database, which must outlive it. Values are bound by position
@@ -82,6 +88,11 @@ class Database {
     void reopen();
     // Takes the journal into the database, unless somebody reads.
     void shorten();
+
+    // Looks at all of it. Throws StoreDamaged.
+    void requireSound();
+    // Writes what it holds, without the journal, to an empty file.
+    void copyTo(const std::string& file);
 
     // What was prepared once is kept for the next time.
     Statement prepare(const char* sql) { return {*this, sql}; }

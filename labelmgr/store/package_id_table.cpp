@@ -26,3 +26,11 @@ void PackageIdTable::set(std::string_view name, uint64_t id) {
 void PackageIdTable::remove(std::string_view name) {
     database.prepare("DELETE FROM package_id WHERE name = ?").bind(name).run();
 }
+
+void PackageIdTable::putBack(const FormerPackageId& former) {
+    if (former.id) {
+        set(former.name, *former.id);
+    } else {
+        remove(former.name);
+    }
+}

@@ -13,6 +13,12 @@ struct PackageId {
     uint64_t id = 0;
 };
 
+// As it was before a change; without an id there was none.
+struct FormerPackageId {
+    std::string name;
+    std::optional<uint64_t> id;
+};
+
 // The package ids that users set.
 class PackageIdTable {
  public:
@@ -23,6 +29,7 @@ class PackageIdTable {
     std::vector<PackageId> all();
     void set(std::string_view name, uint64_t id);
     void remove(std::string_view name);
+    void putBack(const FormerPackageId& former);
 
  private:
     Database& database;

@@ -27,6 +27,16 @@ void PendingTable::clear() {
                                      : "DELETE FROM pending_file");  // all are dropped at once
 }
 
+void PendingTable::showFormerValues() {
+    database.executeAll(R"(
+CREATE TEMP TABLE user_value AS SELECT * FROM main.user_value AS present
+    WHERE NOT EXISTS(SELECT 1 FROM pending_record AS former WHERE former.field = present.field
+        AND former.is_pattern = present.is_pattern AND former.target = present.target);
+INSERT INTO temp.user_value(set_order, field, is_pattern, target, package, file, path)
+    SELECT previous_order, field, is_pattern, target, package, file, path FROM pending_record
+    WHERE previous_order != 0)");
+}
+
 bool PendingTable::hasLeftLabels() {
     return database.number("SELECT EXISTS(SELECT 1 FROM pending_file WHERE is_left = 1)") != 0;
 }

@@ -34,6 +34,10 @@ class PendingTable {
     bool isEmpty();
     void clear();
 
+    // From here on the user values that this connection shows are those from before the
+    // change, which stays as it is.
+    void showFormerValues();
+
     // Labels of changes that were taken back but for these, which could not be put back
     // yet.
     bool hasLeftLabels();

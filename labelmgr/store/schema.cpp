@@ -60,7 +60,7 @@ int schemaVersion(Database& database, const std::string& path) {
         throw OperationError(path, "refused: written by a newer version of this library");
     }
     if (look.integer(0) == 0 && look.integer(1) != 0) {
-        throw OperationError(path, "refused: not a label store");
+        throw StoreDamaged(path, "refused: not a label store");
     }
     return static_cast<int>(look.integer(0));
 }

@@ -136,6 +136,24 @@ void StateDirectory::makeJournal() const {
     }
 }
 
+std::string StateDirectory::setDatabaseAside() const {
+    std::string name = std::string(kDatabaseName) + ".damaged";
+    struct stat status {};
+    for (int number = 2; fstatat(descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+         ++number) {
+        name = std::string(kDatabaseName) + ".damaged-" + std::to_string(number);
+    }
+    // The journal first: left alone, it would become that of the next database.
+    for (const std::string suffix : {"-wal", ""}) {
+        const int result = renameat(descriptor.get(), (kDatabaseName + suffix).c_str(), descriptor.get(),
+                                    (name + suffix).c_str());
+        if ((result != 0 && errno != ENOENT) || fsync(descriptor.get()) != 0) {
+            throw systemError(path + "/" + kDatabaseName);
+        }
+    }
+    return path + "/" + name;
+}
+
 off_t StateDirectory::journalSize() const {
     struct stat status {};
     if (fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0) {

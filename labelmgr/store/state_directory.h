@@ -35,6 +35,9 @@ class StateDirectory {
     std::optional<std::string> database(IfMissing ifMissing) const;
     // Makes the database's journal, empty, unless it is there.
     void makeJournal() const;
+    // Gives the database and its journal other names in the directory, and answers the
+    // database's. The caller holds the writers' lock.
+    std::string setDatabaseAside() const;
     // The size of the database's journal, which is part of its contents; 0 when there is
     // none.
     off_t journalSize() const;

@@ -50,13 +50,3 @@ Store::Store(StateDirectory directory, const std::string& databasePath, Database
     : stateDirectory(std::move(directory)),
       lock(std::move(writersLock)),
       database(std::make_unique<Database>(databasePath, mode, kPatienceForDatabase)) {}
-
-void Store::showWithoutPendingChange() {
-    database->executeAll(R"(
-CREATE TEMP TABLE user_value AS SELECT * FROM main.user_value AS present
-    WHERE NOT EXISTS(SELECT 1 FROM pending_record AS former WHERE former.field = present.field
-        AND former.is_pattern = present.is_pattern AND former.target = present.target);
-INSERT INTO temp.user_value(set_order, field, is_pattern, target, package, file, path)
-    SELECT previous_order, field, is_pattern, target, package, file, path FROM pending_record
-    WHERE previous_order != 0)");
-}

@@ -34,13 +34,14 @@ class Store {
     // unusable by a failure.
     void reconnect() { database->reopen(); }
 
+    // Looks at all of it. Throws StoreDamaged.
+    void requireSound() { database->requireSound(); }
+    // Writes what it holds to an empty file, while others may write to the store.
+    void copyTo(const std::string& file) { database->copyTo(file); }
+
     // Whether it is of an older version, whose changes under way are seen to when it is
     // next opened to write.
     bool isOfOlderVersion() const { return isOlder; }
-
-    // From here on the user values that this connection shows are those from before the
-    // pending change, which stays as it is.
-    void showWithoutPendingChange();
 
     UserValueTable userValues() { return UserValueTable(*database); }
     PackageIdTable packageIds() { return PackageIdTable(*database); }

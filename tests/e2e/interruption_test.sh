@@ -3,13 +3,14 @@
 # every one of the latter, and every third of them from there on for good. Afterwards the next command must find what
 # users set, the attributes of the files and the change messages as they were before the command or as they are after it,
 # nothing in between, and no message twice; and a command whose calls failed must tell which of the two.
-# Usage: interruption_test.sh TOOL paths|patterns|labelling [STEP], with STEP 7 to try every seventh call only.
+# Usage: interruption_test.sh TOOL paths|patterns|apply|labelling [STEP], with STEP 7 to try every seventh call only.
 set -euo pipefail
 
 if [ -z "${ZORV_IN_PRIVATE_NAMESPACE:-}" ]; then
     ZORV_IN_PRIVATE_NAMESPACE=1 exec unshare -m --propagation private -p -f --kill-child --mount-proc "$0" "$@"
 fi
 tool=$1 commands=$2 step=${3:-1}
+program=$tool state_program=${tool%/*}/zorv-label-state # the first is interrupted
 mount -t tmpfs tmpfs /var/log # in memory, which goes with the last process, whatever ends it
 log=/var/log/zorv/zorv_label_manager.log work=/var/log/work
 mkdir "${log%/*}" "$work"
@@ -27,7 +28,7 @@ found() { # WHAT, with before, after and now; the first ones of each command in 
 }
 
 # What users set, as the next command lists it; without what the logger says of itself when that command finds work left.
-user_set() { for field in -t -n; do "$tool" -g -u $field --all 2>/dev/null; done | sed '/^read log config/d'; }
+user_set() { for field in -t -n -p; do "$tool" -g -u $field --all 2>/dev/null; done | sed '/^read log config/d'; }
 # "FILE LABEL" of every labelled file, sorted.
 labels() {
     getfattr -R -P -d -m security.zorv -e hex --absolute-names "$work/files" |
@@ -44,12 +45,13 @@ state() { user_set && labels && messages; }
 status() { PATH=/nonexistent "$tool" -g -b 2>/dev/null | sed -n 's/^LabelSetStatus: //p'; }
 
 # Labelled files, unlabelled ones, and values that a labelling has to find; saved, as a copy is faster than the commands.
-for start in empty paths pattern tree; do
+for start in empty paths pattern mixed tree; do
     mkdir -p "$work/files" "$work/saved/$start"
     touch "$work/files/a" "$work/files/b"
     case $start in
     paths) "$tool" -a -t "$work/files/a" 5 && "$tool" -a -t "$work/files/b" 5 ;;
     pattern) "$tool" -P -a -t "$work/files/?" 6 ;;
+    mixed) "$tool" -a -t "$work/files/a" 5 && "$tool" -P -a -t "$work/files/?" 6 && "$tool" -a -p old 7 ;;
     tree)
         mkdir "$work/files"/d{1..10} && touch "$work/files"/d{1..10}/f{1..15}
         "$tool" -P -a -t "$work/files/d1/*" 8 && "$tool" -a -n "$work/files/d2/f2" 5
@@ -66,10 +68,10 @@ saved_start() {
 
 # Every "SYSCALL NUMBER" of a run, from the opening of the store's directory on.
 points_of() {
-    strace -qq -o "$work/trace" -e signal=none "${environment[@]}" "$tool" "$@" >/dev/null 2>&1 || true
+    strace -qq -o "$work/trace" -e signal=none "${environment[@]}" "$program" "$@" >/dev/null 2>&1 || true
     awk -v state="$ZORV_LABEL_STATE_DIR" -v step="$step" '
         { name = $0; sub(/\(.*/, "", name) }
-        name !~ /^[a-z][a-z0-9_]*$/ || name == "exit_group" { next }
+        name !~ /^[a-z][a-z0-9_]*$/ || name ~ /^syscall_/ || name == "exit_group" { next } # those without a name
         { number[name]++ }
         index($0, state) { inside = 1 }
         /^write\([12],/ { next }
@@ -80,18 +82,23 @@ points_of() {
 injected() {
     : >"$work/status"
     sh -c '"$@"; echo $? >"$0"' "$work/status" timeout -k 1 15 strace -qq -o /dev/null -e "inject=$1" \
-        "${environment[@]}" "$tool" "${command[@]}" \
+        "${environment[@]}" "$program" "${command[@]}" \
         >"$work/output" 2>/dev/null || true
 }
 
 is_before_or_after() { now=$(state) && { [ "$now" = "$before" ] || [ "$now" = "$after" ]; }; }
+# By the tool in words, by the other program in its status.
+is_told_done() { grep -q success "$work/output" || [ "$program$(cat "$work/status")" = "${state_program}2" ]; }
+is_told_failed() {
+    grep -qv -e '^=' -e '^read log config' "$work/output" || [ "$program$(cat "$work/status")" = "${state_program}1" ]
+}
 # What was told after calls failed must be so; when it could not even tell, either.
 check_told() { # WHAT
     [ "$(cat "$work/status")" -lt 124 ] || found "$1: ended with $(cat "$work/status") (124: waited too long)"
     is_before_or_after || found "$1"
-    if grep -q success "$work/output"; then
+    if is_told_done; then
         [ "$now" = "$after" ] || found "$1, but a success"
-    elif grep -qv -e '^=' -e '^read log config' "$work/output"; then
+    elif is_told_failed; then
         [ "$now" = "$before" ] || found "$1, a failure"
     fi
 }
@@ -113,12 +120,12 @@ interrupt() { # SETUP COMMAND...
         # The C library does not look whether the first two fail, and a close that does not close happens to nobody.
         case $name in futex | brk | close) continue ;; esac
         error=${errors[count % 5]}
-        # A file without room for its label is left out of many, and of no others.
-        [ "$name$error" != setxattrENOSPC ] || error=EIO
+        # A file without room for its label is left out of many, and of no others; to open or look at one takes no room.
+        case $name$error in setxattrENOSPC | openatENOSPC | statxENOSPC) error=EIO ;; esac
         saved_start "$setup"
         injected "$name:error=$error:when=$number"
         check_told "$name $number, $error"
-        grep -q -e "\[ERROR\].*: " "$log" || grep -q success "$work/output" ||
+        grep -q -e "\[ERROR\].*: " "$log" || is_told_done ||
             found "$name $number, $error: no reason in the log"
 
         # A lock that is refused for good is waited for in vain.
@@ -173,6 +180,13 @@ patterns)
     interrupt empty -P -a -t "$work/files/?" 9
     interrupt pattern -P -d -t "$work/files/?"
     interrupt paths -d -c tid
+    ;;
+apply)
+    printf '{"format": "zorv-label-state", "version": 1, "paths": [{"path": "%s", "tid": "9", "inherit_flag": "5"}],
+        "patterns": [{"pattern": "%s", "tid": "8"}], "packages": [{"package": "new", "id": "7"}]}' \
+        "$work/files/b" "$work/files/*" >"$work/apply.json"
+    program=$state_program
+    interrupt mixed apply --quiet "$work/apply.json"
     ;;
 labelling) interrupt_labelling ;;
 *) echo "interruption_test: no such commands: $commands" >&2 && exit 1 ;;

@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "cli/label_manager.h"
-#include "common/sm3_hash.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/run.h"
 #include "tests/support/table.h"
@@ -21,24 +20,8 @@
 
 namespace {
 
-std::string fillIn(std::string text, const std::string& tree) {
-    text = std::regex_replace(text, std::regex("TREE"), tree);
-    for (std::smatch match; std::regex_search(text, match, std::regex("SM3\\(([^)]*)\\)"));) {
-        text = match.prefix().str() + getSM3HashValue(match[1]).substr(48) + match.suffix().str();
-    }
-    return text;
-}
-
-// What a listener gets of everything so far, between line ends; a change of its own tells
-// where that ends.
-std::string messagesSoFar(void* subscriber) {
-    const std::string mark = "package set_id mark 0000000000000001";
-    std::string all = setPkgId("mark", 1) == 0 && delUserSetPkgId("mark") == 0 ? "" : "failed";
-    while (!all.ends_with(mark) && !all.ends_with("failed")) {
-        all += '\n' + nextMessage(subscriber);
-    }
-    nextMessage(subscriber);  // that the mark was deleted
-    return all.substr(0, all.size() - mark.size());
+std::string fillIn(const std::string& text, const std::string& tree) {
+    return withDigests(std::regex_replace(text, std::regex("TREE"), tree));
 }
 
 }  // namespace

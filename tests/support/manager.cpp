@@ -1,9 +1,11 @@
 #include "tests/support/manager.h"
 
+#include <regex>
 #include <sys/mount.h>
 
 #include "base/handles.h"
 #include "cli/label_manager.h"
+#include "common/sm3_hash.h"
 #include "tests/support/temporary_tree.h"
 
 uint32_t tidOf(const std::string& path) {
@@ -16,6 +18,23 @@ std::string nextMessage(void* subscriber) {
     const int status = recvLabelChangeMsg(subscriber, &text);
     const MallocOwner<char> message(text);
     return status == 0 ? message.get() : "failed";
+}
+
+std::string messagesSoFar(void* subscriber) {
+    const std::string mark = "package set_id mark 0000000000000001";
+    std::string all = setPkgId("mark", 1) == 0 && delUserSetPkgId("mark") == 0 ? "" : "failed";
+    while (!all.ends_with(mark) && !all.ends_with("failed")) {
+        all += '\n' + nextMessage(subscriber);
+    }
+    nextMessage(subscriber);  // that the mark was deleted
+    return all.substr(0, all.size() - mark.size());
+}
+
+std::string withDigests(std::string text) {
+    for (std::smatch match; std::regex_search(text, match, std::regex("SM3\\(([^)]*)\\)"));) {
+        text = match.prefix().str() + getSM3HashValue(match[1]).substr(48) + match.suffix().str();
+    }
+    return text;
 }
 
 void shell(const std::string& script) {

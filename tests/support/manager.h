@@ -12,6 +12,12 @@ uint32_t tidOf(const std::string& path);
 // The next message to a listener, or "failed".
 std::string nextMessage(void* subscriber);
 
+// What a listener gets of everything so far, between line ends; a change of its own tells
+// where that ends.
+std::string messagesSoFar(void* subscriber);
+// The text with each "SM3(TEXT)" as the last digits of that text's digest.
+std::string withDigests(std::string text);
+
 // Throws unless the shell's script succeeds.
 void shell(const std::string& script);
 

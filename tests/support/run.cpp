@@ -58,12 +58,12 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
         if (options.prepare) {
             options.prepare();
         }
-        std::vector<char*> argv = {const_cast<char*>("zorv-label-manager-tool")};
+        std::vector<char*> argv = {const_cast<char*>(options.program.c_str())};
         for (const std::string& word : words) {
             argv.push_back(const_cast<char*>(word.c_str()));
         }
         argv.push_back(nullptr);
-        return execv(TOOL_PATH, argv.data());
+        return execv((PROGRAM_DIRECTORY "/" + options.program).c_str(), argv.data());
     });
 }
 

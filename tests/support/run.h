@@ -9,6 +9,8 @@ struct RunOptions {
     std::vector<std::pair<std::string, std::string>> environment = {};
     // Runs in the child just before the tool.
     std::function<void()> prepare = {};
+    // Another program of the build than the tool, beside it.
+    std::string program = "zorv-label-manager-tool";
 };
 
 struct RunResult {
@@ -19,7 +21,7 @@ struct RunResult {
 };
 
 // The tool with the label manager library that it was linked with. Standard input is
-// empty; argv[0] is "zorv-label-manager-tool".
+// empty; argv[0] is the program's name.
 RunResult runTool(const std::vector<std::string>& words, const RunOptions& options = {});
 
 // The tool with the recording label manager, see fake_labelmgr.cpp.

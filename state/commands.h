@@ -9,6 +9,7 @@ Status runBackup(const Options& options);
 Status runCheckPolicy(const Options& options);
 Status runExplain(const Options& options);
 Status runExport(const Options& options);
+Status runLabel(const Options& options);
 Status runRemovePattern(const Options& options);
 Status runRestore(const Options& options);
 Status runVerify(const Options& options);

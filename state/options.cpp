@@ -1,6 +1,7 @@
 #include "state/options.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
@@ -11,12 +12,15 @@
 
 namespace {
 
+constexpr size_t kAnyNumber = SIZE_MAX;  // of operands
+
 constexpr Command kCommands[] = {
     {"apply", "[--check] [--keep-others] [--allow-missing] [--json] FILE", "CKMJq", 1, 1, runApply},
     {"backup", "FILE", "q", 1, 1, runBackup},
     {"check-policy", "[--json] [FILE]", "Jq", 0, 1, runCheckPolicy},
     {"explain", "[--json] PATH", "J", 1, 1, runExplain},
     {"export", "[FILE]", "q", 0, 1, runExport},
+    {"label", "[--if-needed] ROOT... | --new-packages", "INJq", 0, kAnyNumber, runLabel},
     {"remove-pattern", "[-o] [-s] [-t] [-i] PATTERN", "ostiq", 1, 1, runRemovePattern},
     {"restore", "[--check] [--json] FILE", "CJq", 1, 1, runRestore},
     {"verify", "[--json] ROOT", "Jq", 1, 1, runVerify},
@@ -27,6 +31,8 @@ constexpr option kLongOptions[] = {
     {"check", no_argument, nullptr, 'C'},
     {"keep-others", no_argument, nullptr, 'K'},
     {"allow-missing", no_argument, nullptr, 'M'},
+    {"if-needed", no_argument, nullptr, 'I'},
+    {"new-packages", no_argument, nullptr, 'N'},
     {"json", no_argument, nullptr, 'J'},
     {"quiet", no_argument, nullptr, 'q'},
     {"oid", no_argument, nullptr, 'o'},
@@ -42,8 +48,9 @@ struct FlagOption {
     bool Options::*flag;
 };
 constexpr FlagOption kFlagOptions[] = {
-    {'C', &Options::isCheck}, {'K', &Options::keepsOthers}, {'M', &Options::allowsMissing},
-    {'J', &Options::isJson},  {'q', &Options::isQuiet},
+    {'C', &Options::isCheck},          {'K', &Options::keepsOthers}, {'M', &Options::allowsMissing},
+    {'J', &Options::isJson},           {'q', &Options::isQuiet},     {'I', &Options::isIfNeeded},
+    {'N', &Options::isForNewPackages},
 };
 
 struct FieldOption {

@@ -8,12 +8,14 @@
 
 // What the words of one run say.
 struct Options {
-    bool isCheck = false;        // --check
-    bool keepsOthers = false;    // --keep-others
-    bool allowsMissing = false;  // --allow-missing
-    bool isJson = false;         // --json
-    bool isQuiet = false;        // --quiet
-    std::vector<Field> fields;   // -o, -s, -t, -i
+    bool isCheck = false;           // --check
+    bool keepsOthers = false;       // --keep-others
+    bool allowsMissing = false;     // --allow-missing
+    bool isIfNeeded = false;        // --if-needed
+    bool isForNewPackages = false;  // --new-packages
+    bool isJson = false;            // --json
+    bool isQuiet = false;           // --quiet
+    std::vector<Field> fields;      // -o, -s, -t, -i
     std::vector<std::string> operands;
 };
 

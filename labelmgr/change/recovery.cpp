@@ -1,8 +1,8 @@
 #include "labelmgr/change/recovery.h"
 
 #include "labelmgr/change/change_plan.h"
+#include "labelmgr/change/label_anew.h"
 #include "labelmgr/model/operation_error.h"
-#include "labelmgr/policy/label_deriver.h"
 #include "log/logger.h"
 
 namespace {
@@ -125,20 +125,5 @@ void reapplyChangesDuringScan(Store& store, const Context& context, Facts& facts
             ZORV_LOG(error, "%s", failure.what());
         }
     }
-    LabelDeriver deriver(&store, facts);
-    deriver.expectFiles(paths.size());
-    LabelWriter writer(context);
-    FilePinner pinner(context);
-    constexpr auto kObserve = LabelDeriver::UserValues::kObserve;
-    for (const std::string& path : paths) {
-        try {
-            const PinnedFile file = pinner.pin(path);
-            writer.setLabel(file, encodeLabel(deriver.label(path, file.mode(), kObserve)));
-        } catch (const FileGone&) {
-            continue;  // nothing to bring in line
-        } catch (const OperationError& failure) {
-            ZORV_LOG(error, "%s", failure.what());
-        }
-    }
-    writer.flush();
+    labelAnew(store, context, facts, paths);
 }

@@ -25,6 +25,8 @@ struct Questions {
     const char* owners;         // $1: a path, $2: the same as a dpkg pattern. For parseOwner.
     const char*
         listFiles;  // for parseOwners; a first line "elsewhere": of another database than databaseFiles
+    const char* listVersions;  // lines of a name without blanks and the rest
+    const char* filesOf;       // $1 and on: such names. Lines that begin with a slash.
     // Every change of packages changes one of these files, of which some must be there.
     std::array<const char*, 8> databaseFiles;
     std::array<const char*, 3> settings;  // which say where those are
@@ -36,6 +38,8 @@ constexpr Questions kDpkg = {
     R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null && echo . || :)",
     R"(dpkg-query -S -- "$2" 2>/dev/null; [ $? -le 1 ] && echo . || :)",
     R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null && echo . || :)",
+    R"(cd /var/lib/dpkg/info && stat -c '%n %i %y' -- *.list && echo . || :)",
+    R"(cd /var/lib/dpkg/info && cat -- "$@" && echo . || :)",
     {"/var/lib/dpkg/status", "/var/lib/dpkg/updates", "/var/lib/dpkg/info", "/var/lib/dpkg/diversions"},
     {},
 };
@@ -47,6 +51,8 @@ constexpr Questions kRpm = {
     R"(out=$(rpm -qf --qf '%{NAME}: \n' -- "$1" 2>/dev/null) && printf '%s\n' "$out"; echo .)",
     R"(case $(rpm --eval '%{_dbpath}') in (/var/lib/rpm|/usr/lib/sysimage/rpm) ;; (*) echo elsewhere;; esac
        rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
+    R"(rpm -qa --qf '%{NEVRA} %{INSTALLTID}\n' 2>/dev/null && echo . || :)",
+    R"(rpm -ql -- "$@" 2>/dev/null && echo . || :)",
     {"/usr/lib/sysimage/rpm/rpmdb.sqlite", "/usr/lib/sysimage/rpm/rpmdb.sqlite-wal",
      "/usr/lib/sysimage/rpm/Packages.db", "/usr/lib/sysimage/rpm/Packages", "/var/lib/rpm/rpmdb.sqlite",
      "/var/lib/rpm/rpmdb.sqlite-wal", "/var/lib/rpm/Packages.db", "/var/lib/rpm/Packages"},
@@ -150,6 +156,24 @@ class AskedDatabase : public PackageDatabase {
         state.add(questions.settings);
         state.add(std::array{program.c_str()});
         return state.state();
+    }
+
+    std::optional<PackageVersions> versions() const override {
+        if (!state()) {
+            return std::nullopt;
+        }
+        PackageVersions versions;
+        for (const std::string& line : ask(questions.listVersions, {})) {
+            const size_t blank = line.find(' ');
+            versions[line.substr(0, blank)] = blank == std::string::npos ? "" : line.substr(blank + 1);
+        }
+        return versions;
+    }
+
+    std::vector<std::string> filesOf(const std::vector<std::string>& names) const override {
+        std::vector<std::string> files = ask(questions.filesOf, names);
+        std::erase_if(files, [](const std::string& line) { return line.empty() || line.front() != '/'; });
+        return files;
     }
 
  private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +13,8 @@ struct DatabaseState {
     std::string text;
     bool isSettled;  // not so right after a change, which another one may follow unnoticed
 };
+
+using PackageVersions = std::map<std::string, std::string>;
 
 struct ListedOwners {
     std::shared_ptr<const OwnerTable> table;
@@ -33,6 +36,12 @@ class PackageDatabase {
     virtual ListedOwners owners() const = 0;
     // Nothing when it cannot be told.
     virtual std::optional<DatabaseState> state() const = 0;
+
+    // The installed packages, each with what changes whenever its files are written anew.
+    // Nothing when it cannot be told.
+    virtual std::optional<PackageVersions> versions() const { return std::nullopt; }
+    // The files of some of these.
+    virtual std::vector<std::string> filesOf(const std::vector<std::string>& /*names*/) const { return {}; }
 };
 
 // How the programs of the package database are run.

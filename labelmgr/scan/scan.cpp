@@ -11,6 +11,7 @@
 #include "labelmgr/model/operation_error.h"
 #include "labelmgr/scan/label_snapshot.h"
 #include "labelmgr/scan/label_visitor.h"
+#include "labelmgr/scan/labelled_packages.h"
 #include "labelmgr/scan/supervision.h"
 #include "log/logger.h"
 
@@ -30,12 +31,15 @@ struct Registration {
 };
 
 // Changes from here on are written again at its end.
-Registration registerScan(const Context& context, LabelSnapshot& snapshot) {
+Registration registerScan(const Context& context, LabelSnapshot& snapshot, const std::string& root) {
     Store store = openToChange(context);
     const ScanState last = store.scan().state();
     std::optional<UniqueFd> lock = store.directory().lockForScan();
     if (!lock) {
         throw OperationError("process " + std::to_string(last.process), "labels the whole system already");
+    }
+    if (root == "/") {
+        forgetLabelledPackages(context);
     }
     Transaction transaction = store.begin();
     store.scan().set({ScanStatus::kRunning, getpid()});
@@ -80,9 +84,10 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
     StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);  // to keep owners in
+    const auto packages = root == "/" ? context.packages->versions() : std::nullopt;
     Facts facts(context);
     LabelSnapshot snapshot(facts, root, skippedPaths);
-    const Registration registration = registerScan(context, snapshot);
+    const Registration registration = registerScan(context, snapshot, root);
     ScanCounts counts;
     int signal = 0;
     {
@@ -94,6 +99,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
         signal = supervision.receivedSignal();
         if (isWhole && signal == 0) {
             endScan(context, facts, ScanStatus::kComplete, root, std::to_string(counts.done()));
+            keepLabelledPackages(context, packages);
         } else {
             endScan(context, facts, ScanStatus::kInterrupted, root, "failed");
         }

@@ -271,6 +271,12 @@ void StateDirectory::replaceKept(const std::string& name) const {
     }
 }
 
+void StateDirectory::removeKept(const std::string& name) const {
+    if (unlinkat(descriptor.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
+        throw systemError(path + "/" + name);
+    }
+}
+
 // "1: FLOCK  ADVISORY  WRITE 4711 08:02:131 0 EOF"; of who waits, "1: -> FLOCK ...".
 pid_t lockHolder(const std::string& locks, dev_t device, ino_t inode) {
     std::array<char, 64> wanted{};

@@ -71,6 +71,7 @@ class StateDirectory {
     UniqueFd beginKept(const std::string& name) const;
     // Puts it there, whole or not at all.
     void replaceKept(const std::string& name) const;
+    void removeKept(const std::string& name) const;
 
  private:
     StateDirectory(std::string directoryPath, UniqueFd directory)

@@ -1,0 +1,158 @@
+#include "labelmgr/scan/labelled_packages.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+#include "labelmgr/change/done_log.h"
+#include "labelmgr/change/label_anew.h"
+#include "labelmgr/change/session.h"
+#include "labelmgr/files/canonical_path.h"
+#include "labelmgr/model/operation_error.h"
+#include "labelmgr/store/state_directory.h"
+#include "log/logger.h"
+
+namespace {
+
+constexpr const char* kName = "labelled-packages";
+constexpr std::string_view kEnd = ".";  // of a list that is whole
+
+std::string textOf(const PackageVersions& versions) {
+    std::string text;
+    for (const auto& [name, version] : versions) {
+        text.append(name).append(" ").append(version).append("\n");
+    }
+    return text.append(kEnd);
+}
+
+std::string contentOf(int file) {
+    std::string content;
+    std::array<char, 65536> buffer;
+    ssize_t size = 0;
+    while ((size = read(file, buffer.data(), buffer.size())) > 0) {
+        content.append(buffer.data(), static_cast<size_t>(size));
+    }
+    if (size < 0) {
+        throw systemError(kName);
+    }
+    return content;
+}
+
+std::optional<PackageVersions> keptVersions(const StateDirectory& directory) {
+    const UniqueFd file = directory.openKept(kName);
+    if (!file) {
+        return std::nullopt;
+    }
+    std::istringstream lines(contentOf(file.get()));
+    PackageVersions versions;
+    std::string line;
+    while (std::getline(lines, line) && line != kEnd) {
+        const size_t blank = std::min(line.find(' '), line.size());
+        versions[line.substr(0, blank)] = line.substr(std::min(blank + 1, line.size()));
+    }
+    return line == kEnd ? std::optional(versions) : std::nullopt;
+}
+
+void writeKept(const StateDirectory& directory, const std::string& text) {
+    const UniqueFd file = directory.beginKept(kName);
+    if (!file) {
+        throw OperationError(kName, "another process writes it");
+    }
+    if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        fsync(file.get()) != 0) {
+        throw systemError(kName);
+    }
+    directory.replaceKept(kName);
+}
+
+std::vector<std::string> newNames(const PackageVersions& present, const PackageVersions& labelled) {
+    std::vector<std::string> names;
+    for (const auto& [name, version] : present) {
+        const auto known = labelled.find(name);
+        if (known == labelled.end() || known->second != version) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+bool isExcluded(const Policy& policy, std::string path) {
+    while (firstMatch(policy.excluded, path) == nullptr) {
+        if (path == "/") {
+            return false;
+        }
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    }
+    return true;
+}
+
+// The files themselves, by canonical paths, each once; a package may name them through
+// links to directories.
+std::vector<std::string> filesToLabel(const std::vector<std::string>& listed, const Policy& policy) {
+    std::map<std::string, std::string> directories;
+    std::vector<std::string> files;
+    for (const std::string& path : listed) {
+        const size_t slash = path.rfind('/');
+        const std::string parent = path.substr(0, std::max<size_t>(slash, 1));
+        auto directory = directories.find(parent);
+        if (directory == directories.end()) {
+            directory = directories.emplace(parent, canonicalPathOfRecord(parent.c_str())).first;
+        }
+        const std::string name = path.substr(slash + 1);
+        std::string file = directory->second == "/" ? "/" + name : directory->second + "/" + name;
+        if (!name.empty() && name != "." && !isExcluded(policy, file)) {
+            files.push_back(std::move(file));
+        }
+    }
+    std::sort(files.begin(), files.end());
+    files.erase(std::unique(files.begin(), files.end()), files.end());
+    return files;
+}
+
+}  // namespace
+
+void forgetLabelledPackages(const Context& context) {
+    if (const auto directory =
+            StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kAnswerNothing)) {
+        directory->removeKept(kName);
+    }
+}
+
+void keepLabelledPackages(const Context& context, const std::optional<PackageVersions>& versions) try {
+    if (versions) {
+        const auto directory =
+            StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);
+        writeKept(*directory, textOf(*versions));
+    }
+} catch (const OperationError& failure) {
+    ZORV_LOG(warn, "%s", failure.what());
+}
+
+std::optional<LabelledAnew> labelNewPackages(const Context& context) {
+    const auto directory =
+        StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kAnswerNothing);
+    const std::optional<PackageVersions> labelled = directory ? keptVersions(*directory) : std::nullopt;
+    const std::optional<PackageVersions> present = context.packages->versions();
+    if (!labelled || !present) {
+        return std::nullopt;
+    }
+    LabelledAnew result;
+    const std::vector<std::string> names = newNames(*present, *labelled);
+    if (!names.empty()) {
+        Facts facts(context);
+        const std::vector<std::string> files = filesToLabel(context.packages->filesOf(names), facts.policy());
+        Store store = openToChange(context);
+        result = {names.size(), files.size(), labelAnew(store, context, facts, files)};
+        logDone("labelled the files of " + std::to_string(names.size()) + " packages, first " +
+                names.front());
+    }
+    if (*present != *labelled) {
+        keepLabelledPackages(context, *present);
+    }
+    return result;
+}

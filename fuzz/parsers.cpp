@@ -24,6 +24,9 @@
 #include "labelmgr/policy/policy_file.h"
 #include "labelmgr/store/store.h"
 #include "log/logger.h"
+#include "state/policy_findings.h"
+#include "state/state_reader.h"
+#include "state/state_writer.h"
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
@@ -136,6 +139,7 @@ void readKeptOwners(const std::string& input) {
 }
 
 void readPolicy(const std::string& input) {
+    findingsOf(policyLines(input));
     std::istringstream text(input);
     const Policy policy = policyOf(parseConfigText(text), "policy");
     for (const PatternRule<uint32_t>& rule : policy.inheritFlags) {
@@ -149,6 +153,33 @@ void readProcesses(const std::string& input) {
         require(name.find_first_of(" =") == std::string::npos && value.find(' ') == std::string::npos);
     }
     parseParentPid(input);
+}
+
+// What is read is what is written of it, and read again.
+void readStateFile(const std::string& input) {
+    const auto readText = [](const std::string& text) {
+        size_t position = 0;
+        return readState(
+            [&](char* buffer, size_t size) {
+                const size_t got = text.copy(buffer, size, position);
+                position += got;
+                return got;
+            },
+            "state");
+    };
+    const auto written = [](const Records& records) {
+        std::string text;
+        writeState(records, [&text](std::string_view bytes) { text.append(bytes); });
+        return text;
+    };
+    try {
+        const Records records = readText(input);
+        const std::string text = written(records);
+        const Records again = readText(text);
+        require(again.patterns.size() == records.patterns.size() && written(again) == text);
+    } catch (const OperationError& failure) {
+        require(std::string(failure.what()).starts_with("state:"));
+    }
 }
 
 // Rows as nobody but another program can have written them.
@@ -181,7 +212,8 @@ const std::map<std::string, void (*)(const std::string& input)> kTargets = {
     {"paths", readPaths},           {"processes", readProcesses},
     {"variables", readVariables},   {"kernel_tables", readKernelTables},
     {"packages", readPackages},     {"policy", readPolicy},
-    {"store_rows", readStoreRows},  {"kept_owners", readKeptOwners}};
+    {"store_rows", readStoreRows},  {"state_file", readStateFile},
+    {"kept_owners", readKeptOwners}};
 
 const auto target = kTargets.at(std::getenv("ZORV_FUZZ_TARGET"));
 

@@ -23,6 +23,7 @@ mkdir /sys/module/zorv_test /sys/module/other
 print '#!/bin/sh\necho "installed bash\nconfig-files gone\ninstalled b++"' >$work/bin/dpkg-query
 # The words of a command line, when it is entered.
 print '#!/bin/sh\nprintf "%s\\0" "$@" >'$work'/new && mv '$work'/new '$work'/words' >$work/bin/zorv-label-manager-tool
+cp $work/bin/zorv-label-manager-tool $work/bin/zorv-label-state
 chmod +x $work/bin/*
 
 path=($work/bin $path)
@@ -32,7 +33,7 @@ case $shell in
         all=$'\e*'
         {
             [[ $shell == bash ]] || print '. /usr/share/bash-completion/bash_completion'
-            print ". $completion/zorv-label-manager-tool.bash"
+            print ". $completion/zorv-label-manager-tool.bash; . $completion/zorv-label-state.bash"
             print "bind 'set bell-style none' 'set enable-bracketed-paste off'"
         } >$work/rc
         start=(bash --noprofile --rcfile $work/rc -i)
@@ -51,7 +52,7 @@ esac
 cd $work/tree
 zpty -b shell $start
 
-failed=0
+failed=0 program=zorv-label-manager-tool
 # That LINE is completed to WORDS, in any order and in place of a last word that has begun; without WORDS, not at all.
 expect() { # LINE WORD...
     local line=$1 key=$all output
@@ -62,7 +63,7 @@ expect() { # LINE WORD...
     (( $# == 0 )) || [[ $line == *' ' ]] || expected[-1]=()
     expected+=("$@")
     rm -f $work/words
-    zpty -w -n shell "zorv-label-manager-tool $line$key"$'\n'
+    zpty -w -n shell "$program $line$key"$'\n'
     repeat 500; do
         [[ ! -e $work/words ]] || break
         zpty -r -t shell output || sleep 0.02
@@ -112,4 +113,11 @@ expect '-g -e shm/f'
 expect $'-g -e /dev/shm/by\t' /dev/shm/$device
 expect $'-g -e shm/by\\:1\\=\\$x\t' shm/$device
 expect '-S -T ' file package scan
+
+program=zorv-label-state
+expect '' apply backup check-policy explain export remove-pattern restore verify
+expect 'apply --' --check --keep-others --allow-missing --json --quiet
+expect 'apply --check ' $files
+expect 'verify ' sub
+expect 'remove-pattern --' --oid --sid --tid --inherit-flag --quiet
 exit $failed

@@ -85,16 +85,17 @@ void LabelVisitor::noteWritten(const WalkEntry& entry) {
 
 void LabelVisitor::failUnlessGone(const WalkEntry& entry, int reason) {
     if (reason == ENOTSUP) {
-        warnOfFileSystem(entry);
+        warnOfFileSystem(entry, "the file system has no attributes for labels");
+    } else if (reason == EROFS && entry.status.device != rootDevice) {
+        warnOfFileSystem(entry, "the file system is read-only");
     } else if (reason != ENOENT) {
         fail(entry.path, reason);
     }
 }
 
-void LabelVisitor::warnOfFileSystem(const WalkEntry& entry) {
+void LabelVisitor::warnOfFileSystem(const WalkEntry& entry, const char* what) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (withoutAttributes.insert(entry.status.device).second) {
-        ZORV_LOG(warn, "%s: the file system has no attributes for labels and is left alone",
-                 asOneLine(entry.path).c_str());
+    if (leftAlone.insert(entry.status.device).second) {
+        ZORV_LOG(warn, "%s: %s and is left alone", asOneLine(entry.path).c_str(), what);
     }
 }

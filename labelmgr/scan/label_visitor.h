@@ -39,12 +39,17 @@ class SnapshotVisitor : public TreeVisitor {
 
 // Gives each file that a walk comes to the label that it should have. A label that is
 // already right is not written. One bad file is one error line, up to 1,000 of them; a
-// file system without attributes is one warning.
+// file system without attributes, or a read-only one below the root, is one warning.
 class LabelVisitor : public SnapshotVisitor {
  public:
     // Flushed are the file systems that it writes to, or all that it comes to.
-    LabelVisitor(const Context& in, const LabelSnapshot& labels, ScanCounts& countsOfScan, bool flushesAll)
-        : SnapshotVisitor(labels), context(in), counts(countsOfScan), isAllFlushed(flushesAll) {}
+    LabelVisitor(const Context& in, const LabelSnapshot& labels, dev_t deviceOfRoot, ScanCounts& countsOfScan,
+                 bool flushesAll)
+        : SnapshotVisitor(labels),
+          context(in),
+          rootDevice(deviceOfRoot),
+          counts(countsOfScan),
+          isAllFlushed(flushesAll) {}
 
     void fail(const std::string& path, int reason) override;
 
@@ -55,13 +60,14 @@ class LabelVisitor : public SnapshotVisitor {
     void visitLabelled(const WalkEntry& entry, const Label& label) override;
     void noteWritten(const WalkEntry& entry);
     void failUnlessGone(const WalkEntry& entry, int reason);
-    void warnOfFileSystem(const WalkEntry& entry);
+    void warnOfFileSystem(const WalkEntry& entry, const char* what);
 
     const Context& context;
+    dev_t rootDevice;
     ScanCounts& counts;
     bool isAllFlushed;
     WrittenFileSystems written;
     std::atomic<dev_t> lastWritten{0};
     std::mutex mutex;
-    std::set<dev_t> withoutAttributes;
+    std::set<dev_t> leftAlone;
 };

@@ -62,6 +62,12 @@ void endScan(const Context& context, Facts& facts, ScanStatus status, const std:
     transaction.commit();
 }
 
+dev_t deviceOf(const UniqueFd& directory) {
+    EntryStatus status;
+    lookAt(directory.get(), "", status);
+    return status.device;
+}
+
 // Whether the walk came to its end and all its labels to the disk.
 bool walkAndFlush(TreeWalk& walk, LabelVisitor& visitor, const LabelSnapshot& snapshot, UniqueFd descriptor,
                   const std::string& root) {
@@ -91,7 +97,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     ScanCounts counts;
     int signal = 0;
     {
-        LabelVisitor visitor(context, snapshot, counts, !registration.isLastOnDisk);
+        LabelVisitor visitor(context, snapshot, deviceOf(descriptor), counts, !registration.isLastOnDisk);
         TreeWalk walk(visitor, threads);
         Supervision supervision(counts, [&walk] { walk.cancel(); });
         const bool isWhole = walkAndFlush(walk, visitor, snapshot, std::move(descriptor), root);

@@ -86,8 +86,8 @@ void LabelVisitor::noteWritten(const WalkEntry& entry) {
 void LabelVisitor::failUnlessGone(const WalkEntry& entry, int reason) {
     if (reason == ENOTSUP) {
         warnOfFileSystem(entry, "the file system has no attributes for labels");
-    } else if (reason == EROFS && entry.status.device != rootDevice) {
-        warnOfFileSystem(entry, "the file system is read-only");
+    } else if (reason == EROFS && !isRootReadOnly) {
+        warnOfFileSystem(entry, "it lies on a read-only mount");
     } else if (reason != ENOENT) {
         fail(entry.path, reason);
     }

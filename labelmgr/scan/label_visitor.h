@@ -39,15 +39,16 @@ class SnapshotVisitor : public TreeVisitor {
 
 // Gives each file that a walk comes to the label that it should have. A label that is
 // already right is not written. One bad file is one error line, up to 1,000 of them; a
-// file system without attributes, or a read-only one below the root, is one warning.
+// file system without attributes, or a read-only one below a root that is not, is one
+// warning.
 class LabelVisitor : public SnapshotVisitor {
  public:
     // Flushed are the file systems that it writes to, or all that it comes to.
-    LabelVisitor(const Context& in, const LabelSnapshot& labels, dev_t deviceOfRoot, ScanCounts& countsOfScan,
-                 bool flushesAll)
+    LabelVisitor(const Context& in, const LabelSnapshot& labels, bool isRootOnReadOnly,
+                 ScanCounts& countsOfScan, bool flushesAll)
         : SnapshotVisitor(labels),
           context(in),
-          rootDevice(deviceOfRoot),
+          isRootReadOnly(isRootOnReadOnly),
           counts(countsOfScan),
           isAllFlushed(flushesAll) {}
 
@@ -63,7 +64,7 @@ class LabelVisitor : public SnapshotVisitor {
     void warnOfFileSystem(const WalkEntry& entry, const char* what);
 
     const Context& context;
-    dev_t rootDevice;
+    bool isRootReadOnly;
     ScanCounts& counts;
     bool isAllFlushed;
     WrittenFileSystems written;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "labelmgr/change/done_log.h"
@@ -62,10 +63,9 @@ void endScan(const Context& context, Facts& facts, ScanStatus status, const std:
     transaction.commit();
 }
 
-dev_t deviceOf(const UniqueFd& directory) {
-    EntryStatus status;
-    lookAt(directory.get(), "", status);
-    return status.device;
+bool isReadOnly(const UniqueFd& directory) {
+    struct statvfs fileSystem {};
+    return fstatvfs(directory.get(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
 }
 
 // Whether the walk came to its end and all its labels to the disk.
@@ -97,7 +97,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     ScanCounts counts;
     int signal = 0;
     {
-        LabelVisitor visitor(context, snapshot, deviceOf(descriptor), counts, !registration.isLastOnDisk);
+        LabelVisitor visitor(context, snapshot, isReadOnly(descriptor), counts, !registration.isLastOnDisk);
         TreeWalk walk(visitor, threads);
         Supervision supervision(counts, [&walk] { walk.cancel(); });
         const bool isWhole = walkAndFlush(walk, visitor, snapshot, std::move(descriptor), root);

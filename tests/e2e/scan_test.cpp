@@ -73,7 +73,7 @@ TEST(Scan, LabelsEveryKindOfFileAndNothingTwice) {
                                {"WARN [warnOfFileSystem] " + tree.path("plain") +
                                     ": the file system has no attributes for labels and is left alone",
                                 "WARN [warnOfFileSystem] " + tree.path("closed") +
-                                    ": the file system is read-only and is left alone"}));
+                                    ": it lies on a read-only mount and is left alone"}));
     }
     umount2(tree.path("plain").c_str(), MNT_DETACH);
     lremovexattr(tree.path("d/dangling").c_str(), kLabelAttribute);

@@ -23,7 +23,7 @@ struct Questions {
     const char* isInstalled;    // $1: a name. A line "installed" when it is.
     const char* listInstalled;  // for parseInstalled
     const char* owners;         // $1: a path, $2: the same as a dpkg pattern. For parseOwner.
-    // For parseOwners. A first line "elsewhere": not of the database that is in these files.
+    // For parseOwners. A first line "elsewhere": not of the database in these files.
     const char* listFiles;
     // Every change of packages changes one of these files, of which some must be there.
     std::array<const char*, 8> databaseFiles;

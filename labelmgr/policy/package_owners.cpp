@@ -81,12 +81,13 @@ void PackageOwners::findTable(Ask ask) {
 }
 
 PackageOwners::Table PackageOwners::askedFor(const std::optional<DatabaseState>& state, Ask ask) const {
-    std::optional<StateDirectory> directory;
-    UniqueFd file;
+    std::optional<FileInTheMaking> file;
     if (state && state->isSettled) {
         attempt([&] {
-            directory = stateDirectory(context);
-            file = directory ? directory->beginKept(kFileName) : UniqueFd();
+            const auto directory = stateDirectory(context);
+            if (auto begun = directory ? directory->beginKept(kFileName) : std::nullopt) {
+                file.emplace(std::move(*begun));
+            }
         });
     }
     if (!file && ask == Ask::kIfKept) {
@@ -96,8 +97,8 @@ PackageOwners::Table PackageOwners::askedFor(const std::optional<DatabaseState>&
     const std::optional<DatabaseState> present = context.packages->state();
     if (file && listed.isOfState && present && present->text == state->text) {
         attempt([&] {
-            listed.table->write(file.get(), state->text);
-            directory->replaceKept(kFileName);
+            listed.table->write(file->descriptor(), state->text);
+            file->putInPlace();
         });
     }
     return listed.table;

@@ -32,7 +32,6 @@ constexpr mode_t kFileMode = 0600;
 constexpr std::chrono::milliseconds kRetryPause{1};
 constexpr time_t kCoarsestTick = 2;  // seconds, of file times
 constexpr LockedBytes kWholeFile{0, 0};
-constexpr const char* kNewSuffix = ".new";
 
 UniqueFd openDirectory(const std::string& path) {
     return UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -229,27 +228,34 @@ UniqueFd StateDirectory::openKept(const std::string& name) const {
     return file;
 }
 
-UniqueFd StateDirectory::beginKept(const std::string& name) const {
-    const std::string newName = name + kNewSuffix;
+std::optional<FileInTheMaking> StateDirectory::beginKept(const std::string& name) const {
+    const std::string newName = FileInTheMaking::newName(name);
     UniqueFd file = openLock(newName.c_str());
     struct stat opened {};
     struct stat named {};
     if (!tryLockBytes(file.get(), LockKind::kExclusive, kWholeFile) ||
         fstatat(descriptor.get(), newName.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
         fstat(file.get(), &opened) != 0 || opened.st_ino != named.st_ino) {
-        return {};  // another process is at it, or has just put its own in place
+        return std::nullopt;  // another process is at it, or has just put its own in place
     }
     requirePrivate(path + "/" + newName, opened);
-    if (ftruncate(file.get(), 0) != 0) {
+    UniqueFd directory(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
+    if (!directory || ftruncate(file.get(), 0) != 0) {
         throw systemError(path + "/" + newName);
     }
-    return file;
+    return FileInTheMaking(std::move(directory), name, std::move(file));
 }
 
-void StateDirectory::replaceKept(const std::string& name) const {
-    const std::string newName = name + kNewSuffix;
-    if (renameat(descriptor.get(), newName.c_str(), descriptor.get(), name.c_str()) != 0) {
-        throw systemError(path + "/" + name);
+void FileInTheMaking::putInPlace() {
+    if (renameat(directory.get(), newName(name).c_str(), directory.get(), name.c_str()) != 0) {
+        throw systemError(name);
+    }
+    file.reset();
+}
+
+FileInTheMaking::~FileInTheMaking() {
+    if (file) {
+        unlinkat(directory.get(), newName(name).c_str(), 0);
     }
 }
 

@@ -81,25 +81,32 @@ void PackageOwners::findTable(Ask ask) {
 }
 
 PackageOwners::Table PackageOwners::askedFor(const std::optional<DatabaseState>& state, Ask ask) const {
-    std::optional<FileInTheMaking> file;
+    std::optional<StateDirectory> directory;
+    UniqueFd file;
     if (state && state->isSettled) {
         attempt([&] {
-            const auto directory = stateDirectory(context);
-            if (auto begun = directory ? directory->beginKept(kFileName) : std::nullopt) {
-                file.emplace(std::move(*begun));
-            }
+            directory = stateDirectory(context);
+            file = directory ? directory->beginKept(kFileName) : UniqueFd();
         });
     }
     if (!file && ask == Ask::kIfKept) {
         return nullptr;
     }
     const ListedOwners listed = context.packages->owners();
+    if (!file) {
+        return listed.table;
+    }
+    bool isKept = false;
     const std::optional<DatabaseState> present = context.packages->state();
-    if (file && listed.isOfState && present && present->text == state->text) {
+    if (listed.isOfState && present && present->text == state->text) {
         attempt([&] {
-            listed.table->write(file->descriptor(), state->text);
-            file->putInPlace();
+            listed.table->write(file.get(), state->text);
+            directory->replaceKept(kFileName);
+            isKept = true;
         });
+    }
+    if (!isKept) {  // so that no half of it takes up a full disk
+        attempt([&] { directory->abandonKept(kFileName); });
     }
     return listed.table;
 }

@@ -32,6 +32,7 @@ constexpr mode_t kFileMode = 0600;
 constexpr std::chrono::milliseconds kRetryPause{1};
 constexpr time_t kCoarsestTick = 2;  // seconds, of file times
 constexpr LockedBytes kWholeFile{0, 0};
+constexpr const char* kNewSuffix = ".new";
 
 UniqueFd openDirectory(const std::string& path) {
     return UniqueFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -215,6 +216,12 @@ bool StateDirectory::isScanLocked() const {
     return lock && areBytesLocked(lock.get(), LockKind::kShared, kWholeFile);
 }
 
+void StateDirectory::abandonKept(const std::string& name) const {
+    if (unlinkat(descriptor.get(), (name + kNewSuffix).c_str(), 0) != 0) {
+        throw systemError(path + "/" + name + kNewSuffix);
+    }
+}
+
 UniqueFd StateDirectory::openKept(const std::string& name) const {
     UniqueFd file(openat(descriptor.get(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
@@ -228,34 +235,27 @@ UniqueFd StateDirectory::openKept(const std::string& name) const {
     return file;
 }
 
-std::optional<FileInTheMaking> StateDirectory::beginKept(const std::string& name) const {
-    const std::string newName = FileInTheMaking::newName(name);
+UniqueFd StateDirectory::beginKept(const std::string& name) const {
+    const std::string newName = name + kNewSuffix;
     UniqueFd file = openLock(newName.c_str());
     struct stat opened {};
     struct stat named {};
     if (!tryLockBytes(file.get(), LockKind::kExclusive, kWholeFile) ||
         fstatat(descriptor.get(), newName.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
         fstat(file.get(), &opened) != 0 || opened.st_ino != named.st_ino) {
-        return std::nullopt;  // another process is at it, or has just put its own in place
+        return {};  // another process is at it, or has just put its own in place
     }
     requirePrivate(path + "/" + newName, opened);
-    UniqueFd directory(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
-    if (!directory || ftruncate(file.get(), 0) != 0) {
+    if (ftruncate(file.get(), 0) != 0) {
         throw systemError(path + "/" + newName);
     }
-    return FileInTheMaking(std::move(directory), name, std::move(file));
+    return file;
 }
 
-void FileInTheMaking::putInPlace() {
-    if (renameat(directory.get(), newName(name).c_str(), directory.get(), name.c_str()) != 0) {
-        throw systemError(name);
-    }
-    file.reset();
-}
-
-FileInTheMaking::~FileInTheMaking() {
-    if (file) {
-        unlinkat(directory.get(), newName(name).c_str(), 0);
+void StateDirectory::replaceKept(const std::string& name) const {
+    const std::string newName = name + kNewSuffix;
+    if (renameat(descriptor.get(), newName.c_str(), descriptor.get(), name.c_str()) != 0) {
+        throw systemError(path + "/" + name);
     }
 }
 

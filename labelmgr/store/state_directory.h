@@ -18,28 +18,6 @@ class StoreBusy : public OperationError {
     using OperationError::OperationError;
 };
 
-// A new, empty file that takes the place of another one as a whole, or is removed again.
-class FileInTheMaking {
- public:
-    FileInTheMaking(UniqueFd directoryOfFile, std::string nameAtLast, UniqueFd newFile)
-        : directory(std::move(directoryOfFile)), name(std::move(nameAtLast)), file(std::move(newFile)) {}
-    FileInTheMaking(FileInTheMaking&&) = default;
-    FileInTheMaking& operator=(FileInTheMaking&&) = delete;
-    FileInTheMaking(const FileInTheMaking&) = delete;
-    FileInTheMaking& operator=(const FileInTheMaking&) = delete;
-    ~FileInTheMaking();
-
-    static std::string newName(const std::string& name) { return name + ".new"; }
-
-    int descriptor() const { return file.get(); }
-    void putInPlace();
-
- private:
-    UniqueFd directory;
-    std::string name;
-    UniqueFd file;
-};
-
 // The directory that holds the store and its locks. Failures throw OperationError.
 class StateDirectory {
  public:
@@ -82,12 +60,16 @@ class StateDirectory {
     std::optional<UniqueFd> lockForScan() const;
     bool isScanLocked() const;
 
+    // Removes what beginKept() made, when nothing is to become of it.
+    void abandonKept(const std::string& name) const;
     // A file that can be made anew from what lies elsewhere. None when it is not there;
     // OperationError when it is not a plain file of the caller's own that only the caller
     // may write.
     UniqueFd openKept(const std::string& name) const;
-    // What is to take its place; none while another process makes one.
-    std::optional<FileInTheMaking> beginKept(const std::string& name) const;
+    // An empty file to take its place; none while another process makes one.
+    UniqueFd beginKept(const std::string& name) const;
+    // Puts it there, whole or not at all.
+    void replaceKept(const std::string& name) const;
 
  private:
     StateDirectory(std::string directoryPath, UniqueFd directory)

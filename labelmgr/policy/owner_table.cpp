@@ -127,7 +127,7 @@ OwnerTable::OwnerTable(const OwnersByDirectory& owners) {
         addText(bytes, directory->first);
         addText(bytes, entries);
         if (bytes.size() >= kFullBlock) {
-            addBlock(std::move(first), std::exchange(bytes, {}));
+            addBlock(std::exchange(first, {}), std::exchange(bytes, {}));
         }
     }
     if (!bytes.empty()) {

@@ -126,8 +126,8 @@ OwnersByDirectory parseOwners(const std::vector<std::string>& lines) {
     for (const std::string_view line : lines) {
         if (startsWith(line, "\t")) {
             package = line.substr(1);
-        } else if (startsWith(line, " /")) {
-            const std::string_view path = line.substr(1);
+        } else if (startsWith(line, " /") || startsWith(line, "normal /")) {
+            const std::string_view path = line.substr(line.find('/'));
             listed.add(path, package);
             if (isFromBeforeMerge(path)) {
                 beforeMerge.add(path, package);

@@ -21,8 +21,8 @@ std::vector<std::string> parseInstalled(const std::vector<std::string>& lines);
 // Lines that begin with "OWNER, OWNER:ARCHITECTURE: ". Remarks about diversions name
 // nobody. The smallest name, or the empty one.
 std::string parseOwner(const std::vector<std::string>& lines);
-// A line of a tab and a package before the lines of its paths, each after a blank. Of
-// several owners the smallest name counts. A path from before the merge counts for the
-// one after it, too, unless that has an owner of its own. The answer is of texts in the
-// lines.
+// A line of a tab and a package before the lines of its paths, each after a blank or
+// after "normal ", as rpm says of files that no other package has replaced. Of several
+// owners the smallest name counts. A path from before the merge counts for the one after
+// it, too, unless that has an owner of its own. The answer is of texts in the lines.
 OwnersByDirectory parseOwners(const std::vector<std::string>& lines);

@@ -23,8 +23,8 @@ struct Questions {
     const char* isInstalled;    // $1: a name. A line "installed" when it is.
     const char* listInstalled;  // for parseInstalled
     const char* owners;         // $1: a path, $2: the same as a dpkg pattern. For parseOwner.
-    const char*
-        listFiles;  // for parseOwners; a first line "elsewhere": of another database than databaseFiles
+    // For parseOwners. A first line "elsewhere": not of the database in these files.
+    const char* listFiles;
     const char* listVersions;  // lines of a name without blanks and the rest
     const char* filesOf;       // $1 and on: such names. Lines that begin with a slash.
     // Every change of packages changes one of these files, of which some must be there.
@@ -50,7 +50,7 @@ constexpr Questions kRpm = {
     R"(rpm -qa --qf 'installed %{NAME}\n' 2>/dev/null && echo . || :)",
     R"(out=$(rpm -qf --qf '%{NAME}: \n' -- "$1" 2>/dev/null) && printf '%s\n' "$out"; echo .)",
     R"(case $(rpm --eval '%{_dbpath}') in (/var/lib/rpm|/usr/lib/sysimage/rpm) ;; (*) echo elsewhere;; esac
-       rpm -qa --qf '\t%{NAME}\n[ %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
+       rpm -qa --qf '\t%{NAME}\n[%{FILESTATES:fstate} %{FILENAMES}\n]' 2>/dev/null && echo . || :)",
     R"(rpm -qa --qf '%{NEVRA} %{INSTALLTID}\n' 2>/dev/null && echo . || :)",
     R"(rpm -ql -- "$@" 2>/dev/null && echo . || :)",
     {"/usr/lib/sysimage/rpm/rpmdb.sqlite", "/usr/lib/sysimage/rpm/rpmdb.sqlite-wal",
@@ -95,14 +95,18 @@ class StateOfFiles {
 
     bool add(const char* file) {
         struct stat status {};
-        const bool isThere = stat(file, &status) == 0;
+        // An empty journal is as good as none; it comes and goes with questions.
+        if (stat(file, &status) != 0 || (S_ISREG(status.st_mode) && status.st_size == 0)) {
+            text << file << " none\n";
+            return false;
+        }
         text << file << ' ' << status.st_dev << ' ' << status.st_ino << ' ' << status.st_size;
         for (const timespec& time : {status.st_mtim, status.st_ctim}) {
             text << ' ' << time.tv_sec << '.' << time.tv_nsec;
             newest = std::max(newest, time.tv_sec);
         }
         text << '\n';
-        return isThere;
+        return true;
     }
 
     std::ostringstream text;

@@ -93,12 +93,20 @@ PackageOwners::Table PackageOwners::askedFor(const std::optional<DatabaseState>&
         return nullptr;
     }
     const ListedOwners listed = context.packages->owners();
+    if (!file) {
+        return listed.table;
+    }
+    bool isKept = false;
     const std::optional<DatabaseState> present = context.packages->state();
-    if (file && listed.isOfState && present && present->text == state->text) {
+    if (listed.isOfState && present && present->text == state->text) {
         attempt([&] {
             listed.table->write(file.get(), state->text);
             directory->replaceKept(kFileName);
+            isKept = true;
         });
+    }
+    if (!isKept) {  // so that no half of it takes up a full disk
+        attempt([&] { directory->abandonKept(kFileName); });
     }
     return listed.table;
 }

@@ -7,13 +7,13 @@
 
 // A scan labels a whole tree.
 //
-// Policy and package database are read first, so that nobody waits for them; a kept list
-// of owners only where the walk comes to. Then it is registered in the store, in one
-// transaction with the reading of what users set, and holds a lock that shows that it is
-// alive. The walk writes labels without the store: what users change meanwhile is noted
-// there, and is written again when the scan ends.
-// Before it is told complete, its labels are on disk. A scan whose lock is free and that
-// is still registered has died; it counts as interrupted.
+// Policy and package database are read first, so that nobody waits for them; of a kept
+// list of owners only the front, the rest as the walk comes to it. Then it is registered
+// in the store, in one transaction with the reading of what users set, and holds a lock
+// that shows that it is alive. The walk writes labels without the store: what users
+// change meanwhile is noted there, and is written again when the scan ends. Before it is
+// told complete, its labels are on disk. A scan whose lock is free and that is still
+// registered has died; it counts as interrupted.
 
 // Labels the root, a directory, and everything below it with derived labels; the skipped
 // paths and policy's [exclude] and all below them are left alone. Progress goes to

@@ -234,6 +234,12 @@ bool StateDirectory::isScanLocked() const {
     return lock && areBytesLocked(lock.get(), LockKind::kShared, kWholeFile);
 }
 
+void StateDirectory::abandonKept(const std::string& name) const {
+    if (unlinkat(descriptor.get(), (name + kNewSuffix).c_str(), 0) != 0) {
+        throw systemError(path + "/" + name + kNewSuffix);
+    }
+}
+
 UniqueFd StateDirectory::openKept(const std::string& name) const {
     UniqueFd file(openat(descriptor.get(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};

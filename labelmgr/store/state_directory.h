@@ -63,6 +63,8 @@ class StateDirectory {
     std::optional<UniqueFd> lockForScan() const;
     bool isScanLocked() const;
 
+    // Removes what beginKept() made, when nothing is to become of it.
+    void abandonKept(const std::string& name) const;
     // A file that can be made anew from what lies elsewhere. None when it is not there;
     // OperationError when it is not a plain file of the caller's own that only the caller
     // may write.

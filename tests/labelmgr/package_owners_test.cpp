@@ -1,9 +1,12 @@
 // The list of package owners that is kept in the state directory.
 #include "labelmgr/policy/package_owners.h"
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -103,6 +106,18 @@ TEST_F(KeptOwners, AreNotBelievedWithAnyOneByteChanged) {
         EXPECT_TRUE(owners.of("/d/f") == "new" || owners.of("/" + std::string(9000, 'a') + "/g") == "new")
             << i;
     }
+}
+
+TEST_F(KeptOwners, LeaveNothingOnADiskThatDoesNotTakeThem) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{4096, limit.rlim_max};
+    const auto former = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_EQ(answer(), "old 1");
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, former);
+    EXPECT_TRUE(std::filesystem::is_empty(tree.path("state")));
 }
 
 TEST_F(KeptOwners, AreOfOneStateOfTheDatabase) {

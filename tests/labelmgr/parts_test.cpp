@@ -36,8 +36,9 @@ no colon and blank                                           |
 }
 
 TEST(PackageAnswers, ListTheOwnersOfPaths) {
-    const Lines lines = {"\tb",  " /usr/share/x", " /bin/y", " .",  "\ta",     " /usr/share/x", " /opt/z",
-                         "junk", " /usr/bin/w",   " /bin/w", "\tA", " /bin/w", " /lib"};
+    const Lines lines = {"\tb",           " /usr/share/x", " /bin/y",     " .",          "\ta",
+                         " /usr/share/x", " /opt/z",       "junk",        " /usr/bin/w", " /bin/w",
+                         "\tA",           " /bin/w",       "normal /lib", "replaced /a"};
     const OwnerTable owners(parseOwners(lines));
     constexpr const char* kTable = R"(
 # path | owner

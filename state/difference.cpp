@@ -81,7 +81,7 @@ Difference differenceOf(const Records& present, const Records& wanted, bool keep
         present.paths, wanted.paths,
         [](const ValueRecord& left, const ValueRecord& right) { return isBefore(left.target, right.target); },
         [&](const ValueRecord* left, const ValueRecord* right) {
-            if (right == nullptr && !keepsOthers) {
+            if (left != nullptr && right == nullptr && !keepsOthers) {
                 difference.values.push_back({left->target, left->value, std::nullopt});
             } else if (right != nullptr && (left == nullptr || !isSame(left->value, right->value))) {
                 difference.values.push_back({right->target,
@@ -99,13 +99,12 @@ Difference differenceOf(const Records& present, const Records& wanted, bool keep
             return left.package.name < right.package.name;
         },
         [&](const PackageRecord* left, const PackageRecord* right) {
-            const PackageId* former = left != nullptr ? &left->package : nullptr;
-            const PackageId* value = right != nullptr ? &right->package : nullptr;
-            if ((value == nullptr && !keepsOthers) ||
-                (value != nullptr && (former == nullptr || former->id != value->id))) {
-                difference.packages.push_back({(value != nullptr ? value : former)->name,
-                                               former != nullptr ? std::optional(former->id) : std::nullopt,
-                                               value != nullptr ? std::optional(value->id) : std::nullopt});
+            if (left != nullptr && right == nullptr && !keepsOthers) {
+                difference.packages.push_back({left->package.name, left->package.id, std::nullopt});
+            } else if (right != nullptr && (left == nullptr || left->package.id != right->package.id)) {
+                difference.packages.push_back(
+                    {right->package.name, left != nullptr ? std::optional(left->package.id) : std::nullopt,
+                     right->package.id});
             }
         });
     return difference;

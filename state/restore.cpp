@@ -42,7 +42,7 @@ Status runRestore(const Options& optionsOfRun) {
     Options options = optionsOfRun;
     options.allowsMissing = true;  // what was set on a file is known when it comes back
     const Records records = readBackup(options.operands.front());
-    const WantedRecords wanted = [&records](const Records& /*present*/) { return records; };
+    const WantedRecords wanted = [&records](const Records& /*present*/) { return Records(records); };
     const Context context = processContext();
     try {
         requireSoundStore(context);

@@ -13,6 +13,12 @@
 
 namespace {
 
+#ifdef EMULATOR
+constexpr const char* kProgram = EMULATOR;
+#else
+constexpr const char* kProgram = TOOL_PATH;
+#endif
+
 // What a child writes, in memory, so that no amount of it blocks.
 class Capture {
  public:
@@ -59,11 +65,15 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
             options.prepare();
         }
         std::vector<char*> argv = {const_cast<char*>("zorv-label-manager-tool")};
+#ifdef EMULATOR  // which takes the program's path behind the name that it gives to it
+        argv.insert(argv.begin(), {const_cast<char*>(EMULATOR), const_cast<char*>("-0")});
+        argv.push_back(const_cast<char*>(TOOL_PATH));
+#endif
         for (const std::string& word : words) {
             argv.push_back(const_cast<char*>(word.c_str()));
         }
         argv.push_back(nullptr);
-        return execv(TOOL_PATH, argv.data());
+        return execv(kProgram, argv.data());
     });
 }
 

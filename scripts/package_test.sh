@@ -11,7 +11,7 @@ fi
 base=${2:+$(realpath "$2")}
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
-scripts/setup.sh
+scripts/setup.sh develop
 dpkg-query -W debhelper debootstrap fakeroot lintian >/dev/null 2>&1 || {
     apt-get update -qq
     apt-get install -y -qq --no-install-recommends debhelper debootstrap fakeroot lintian >/dev/null
@@ -22,7 +22,7 @@ export ZORV_PACKAGE_TEST=$work
 finish() {
     status=$?
     [ "$status" -eq 0 ] || { echo "FAILED after the line above; the last output was:" && tail -n 30 "$work/output"; } >&2
-    umount "$work/root/proc" "$work/root/dev" 2>/dev/null || true
+    umount --recursive "$work/root" 2>/dev/null || true
     rm -rf --one-file-system "$work"
     exit "$status"
 }

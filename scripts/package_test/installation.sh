@@ -10,6 +10,7 @@ else
     debootstrap --variant=minbase bookworm "$root" >>"$work/output" 2>&1
     [ -z "$base" ] || tar -C "$root" -cf "$base" .
 fi
+mount --bind "$root" "$root" # a root that can have mount namespaces of its own
 mount -t proc proc "$root/proc"
 mount --bind /dev "$root/dev"
 cp /etc/resolv.conf "$root/etc/resolv.conf"

@@ -2,7 +2,7 @@
 # Builds the release preset with the measurements of bench/ and runs them.
 set -eu
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh develop
 cmake --preset release -DZORV_BENCH=ON >/dev/null
 cmake --build --preset release
 bench/startup_vs_getfattr.sh build/release

@@ -26,7 +26,7 @@ finish() {
 }
 trap finish EXIT
 in_root() {
-    chroot "$work/root" "$@" >>"$work/output" 2>&1
+    chroot "$work/root" env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@" >>"$work/output" 2>&1
 }
 programs=(unit_tests program_tests labelmgr_tests cli_tests)
 # In emulation: no process is traced, the executable is QEMU, and FUSE's requests are in this machine's byte order.

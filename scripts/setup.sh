@@ -33,6 +33,7 @@ develop mkfs.btrfs           btrfs-progs       btrfs-progs
 develop doxygen              doxygen           Doxygen
 develop mkfs.ext4            e2fsprogs         e2fsprogs
 develop git                  git               Git
+develop make                 make              GNU make
 develop man                  man-db            man-db
 develop mandoc               mandoc            mandoc
 develop setfiles             policycoreutils   SELinux userland tools

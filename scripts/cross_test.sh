@@ -51,8 +51,8 @@ for architecture; do
     in_root apt-get update
     in_root apt-get install -y --no-install-recommends "crossbuild-essential-$architecture" ninja-build qemu-user-static sqlite3 \
         {libgmock-dev,libgtest-dev}:"$architecture"
-    in_root apt-get build-dep -y --no-install-recommends -a"$architecture" -Pcross,nocheck /build/source
-    in_root sh -c "cd /build/source && dpkg-buildpackage -a$architecture -Pcross,nocheck -us -uc -b"
+    in_root apt-get build-dep -y --no-install-recommends --arch-only -a"$architecture" -Pcross,nocheck /build/source
+    in_root sh -c "cd /build/source && dpkg-buildpackage -a$architecture -Pcross,nocheck -us -uc -B"
     for package in "$work"/root/build/*"_$architecture.deb"; do
         echo "ok  $architecture: ${package##*/}"
     done

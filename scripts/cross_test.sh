@@ -43,6 +43,7 @@ for architecture; do
     mount -t overlay -o "lowerdir=$work/base,upperdir=$work/$architecture/upper,workdir=$work/$architecture/work" overlay "$work/root"
     mount -t proc proc "$work/root/proc"
     mount --rbind --make-rslave /dev "$work/root/dev"
+    mount -t sysfs sys "$work/root/sys"
     cp /etc/resolv.conf "$work/root/etc/resolv.conf"
     mkdir -p "$work/root/build/source"
     git ls-files -z | xargs -0 cp -a --parents -t "$work/root/build/source"

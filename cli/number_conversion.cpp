@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "base/number_text.h"
+
 namespace {
 
 template <typename Convert>
@@ -32,7 +34,5 @@ uint64_t toUnsigned64(const std::string& word, int base) {
 }
 
 uint32_t toUnsigned32(const std::string& word, int base) {
-    return static_cast<uint32_t>(convertWholeWord(
-        word, base,
-        [](const std::string& text, size_t* used, int radix) { return std::stoul(text, used, radix); }));
+    return static_cast<uint32_t>(convertWholeWord(word, base, readUnsignedLong));
 }

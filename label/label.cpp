@@ -3,6 +3,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "base/number_text.h"
 #include "label/label_error.h"
 #include "log/logger.h"
 
@@ -18,7 +19,7 @@ std::string readPiece(std::istream& in, char separator, const char* missing) {
 }
 
 uint32_t readNumber(std::istream& in, const char* missing) {
-    return static_cast<uint32_t>(std::stoul(readPiece(in, ':', missing)));
+    return static_cast<uint32_t>(readUnsignedLong(readPiece(in, ':', missing), nullptr, 10));
 }
 
 Label parseLabel(const std::string& text) {

@@ -6,6 +6,8 @@
 #include "base/api.h"
 #include "label/id.h"
 
+// The security label of a file, and the attribute that holds it.
+
 // The extended attribute of a file that holds its label's binary form.
 inline constexpr char kLabelAttribute[] = "security.zorv";
 

@@ -96,8 +96,8 @@ void destroyContext(void* context) {
 
 ZMQSocket::ZMQSocket(socketType type) : context(newContext()) {
     // Other programs of the framework are compiled with this layout.
-    static_assert(sizeof(ZMQSocket) == 16 && offsetof(ZMQSocket, context) == 0 &&
-                  offsetof(ZMQSocket, socket) == 8);
+    static_assert(sizeof(ZMQSocket) == 2 * sizeof(void*) && offsetof(ZMQSocket, context) == 0 &&
+                  offsetof(ZMQSocket, socket) == sizeof(void*));
     require(context != nullptr, "Failed to create ZMQ context.");
     socket = zeroMq().zmq_socket(context, static_cast<int>(type));
     if (socket == nullptr) {

@@ -4,7 +4,7 @@
 # (1,000,000 files) and the rounds (3).
 set -eu
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh develop
 cmake --preset release -DZORV_BENCH=ON >/dev/null
 cmake --build --preset release
 bench/growth.py build/release/bin/zorv-label-manager-tool build/bench "$@"

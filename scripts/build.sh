@@ -3,6 +3,10 @@
 set -eu
 cd "$(dirname "$0")/.."
 preset=${1:-dev}
-scripts/setup.sh
+if [ "$preset" = release ]; then
+    scripts/setup.sh build # what is installed and no tests
+else
+    scripts/setup.sh develop
+fi
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" ${2:+--target "$2"}

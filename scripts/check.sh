@@ -2,13 +2,19 @@
 # Looks at what needs no build: formatting, shell scripts, manual pages, layers. For before a commit; a few seconds.
 set -eu
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh develop
 
 sources() {
     git ls-files -- '*.h' '*.cpp'
 }
+# Other versions of clang-format have other rules of their own.
 formatting() {
-    sources | xargs clang-format --dry-run --Werror
+    version=$(clang-format --version | sed 's/.* version \([0-9]*\).*/\1/')
+    if [ "$version" = 14 ]; then
+        sources | xargs clang-format --dry-run --Werror
+    else
+        echo "check: formatting is skipped: the sources are formatted with clang-format 14, and this is $version"
+    fi
 }
 # clang-format knows one limit only, that of code.
 comments() {

@@ -12,7 +12,7 @@ about() {
     fuzz) echo "40 build with clang++, and parsers of foreign bytes on their seeds" ;;
     asan) echo "130 build and tests with the address and undefined behaviour sanitizers" ;;
     tsan) echo "150 build and tests with the thread sanitizer" ;;
-    dev | release) echo "270 build and tests, commands interrupted at every system call too" ;;
+    dev) echo "270 build and tests, commands interrupted at every system call too" ;;
     quick) echo "100 build and tests" ;;
     *) echo "0 build and tests, of unknown time" ;;
     esac
@@ -40,7 +40,7 @@ for stage; do
     printf '  %-6s %12s  %s\n' "$stage" "$(duration "${about%% *}")" "${about#* }"
 done
 
-scripts/setup.sh
+scripts/setup.sh develop
 begin=$(date +%s)
 number=0
 for stage; do

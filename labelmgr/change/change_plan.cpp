@@ -12,9 +12,10 @@ namespace {
 
 // Each pin is a descriptor.
 size_t mostPins() {
-    constexpr size_t kMostPins = 256;
+    constexpr rlim_t kMostPins = 256;
     rlimit limit{};
-    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min<size_t>(kMostPins, limit.rlim_cur / 4) : 0;
+    const bool isTold = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+    return isTold ? static_cast<size_t>(std::min(kMostPins, limit.rlim_cur / 4)) : 0;
 }
 
 // What a step does to one file.

@@ -52,7 +52,7 @@ void TreeWalk::run(UniqueFd rootDescriptor, const std::string& root,
     raiseDescriptorLimit();
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    mostDescriptors = std::min<rlim_t>(kMostDescriptors, limit.rlim_cur / 4);
+    mostDescriptors = static_cast<size_t>(std::min<rlim_t>(kMostDescriptors, limit.rlim_cur / 4));
     auto directory = std::make_shared<Directory>();
     if (const int reason = lookAt(rootDescriptor.get(), "", directory->status)) {
         throw systemError(root, reason);

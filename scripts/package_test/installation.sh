@@ -7,9 +7,10 @@ mkdir "$root"
 if [ -n "$base" ] && [ -e "$base" ]; then
     tar -C "$root" -xpf "$base"
 else
-    debootstrap --variant=minbase bookworm "$root" >>"$work/output" 2>&1
+    debootstrap --variant=minbase "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$root" >>"$work/output" 2>&1
     [ -z "$base" ] || tar -C "$root" -cf "$base" .
 fi
+mount --bind "$root" "$root" # a root that can have mount namespaces of its own
 mount -t proc proc "$root/proc"
 mount --bind /dev "$root/dev"
 cp /etc/resolv.conf "$root/etc/resolv.conf"

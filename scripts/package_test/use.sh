@@ -47,6 +47,6 @@ prints '/srv/tree/b tid:00000012' $tool -g -t /srv/tree/b
 ok "restore brings back what policy says"
 cp scripts/demo.sh "$root/tmp"
 chroot "$root" bash /tmp/demo.sh /usr/bin >"$work/demo" 2>&1
-fails grep -i 'read log config\|chmod failed' "$work/demo"
+fails grep -i 'read log config\|chmod failed\|error' "$work/demo"
 [ "$(grep -c '^# ' "$work/demo")" -eq "$(grep -c '^run ' scripts/demo.sh)" ]
 ok "the demonstration runs with the installed tool"

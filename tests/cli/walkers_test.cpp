@@ -203,8 +203,9 @@ TEST_F(Walkers, TellOnceThatTheLogIsNotConfigured) {
     const std::string noConfig = std::string("Failed to open config file: ") + kLogProperties;
     expectRun("-g -l @/f", "read log config error.\n1 @/f", noConfig);
     // The label manager logs in the same process, through the same logger.
-    const RunResult run = runTool({"-g", "-t", path});
-    EXPECT_EQ(run.out + run.err, "read log config error.\n" + path + " tid:00000000\n" + noConfig + '\n');
+    const RunResult run = runTool({"-g", "-l", path, "-t", path});
+    EXPECT_EQ(shortened(run.out + run.err),
+              "read log config error.\n@/f tid:00000000\n1 @/f\n" + noConfig + '\n');
     // The log file, opened later, must not take the place of a closed output.
     for (const int closed : {STDOUT_FILENO, STDERR_FILENO}) {
         EXPECT_EQ(runTool({"-g", "-l", path, "/no"}, {{}, [closed] { close(closed); }}).status,

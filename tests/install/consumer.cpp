@@ -11,5 +11,6 @@ int main() {
     }
     const ZMQSocket socket(ZMQSocket::socketType::kPub);
     std::cout << executeCommand("/bin/echo", {formatPath("/a//")}).at(0) << ' ' << wildcardMatch("*", "a")
-              << ' ' << getSM3HashLast32Bits(trim(" abc ")) << ' ' << sizeof(&Logger::getInstance) << '\n';
+              << ' ' << getSM3HashLast32Bits(trim(" abc ")) << ' ' << sizeof(&Logger::getInstance) << ' '
+              << ZORV_LABEL_VERSION_MAJOR << '\n';
 }

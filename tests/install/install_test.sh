@@ -28,11 +28,12 @@ cmake --build "$scratch/cmake" >/dev/null
 # The example of the manual page.
 awk '/^#include/ { inside = 1 } /^\.Ed/ { inside = 0 } inside' "$here/../../packaging/man/libzorvlabelcommon.3" |
     sed 's/\\e/\\/g' >"$scratch/example.cpp"
+cmp "$scratch/example.cpp" "$here/../../packaging/examples/labels.cpp"
 for program in consumer example; do
     # shellcheck disable=SC2046 # a list of words
     c++ -std=c++17 -pedantic-errors -Wall -Wextra -Werror "$scratch/$program.cpp" -o "$scratch/$program" \
         $(pkg-config --cflags --libs zorvlabelcommon)
 done
 for program in "$scratch/cmake/consumer" "$scratch/consumer"; do
-    [ "$("$program")" = "13 /a 1 2404100320 8" ]
+    [ "$("$program")" = "13 /a 1 2404100320 8 1" ]
 done

@@ -58,12 +58,20 @@ RunResult runTool(const std::vector<std::string>& words, const RunOptions& optio
         if (options.prepare) {
             options.prepare();
         }
+        std::string program = PROGRAM_DIRECTORY "/" + options.program;
         std::vector<char*> argv = {const_cast<char*>(options.program.c_str())};
+#ifdef EMULATOR  // which takes the program's path behind the name that it gives to it
+        argv.insert(argv.begin(), {const_cast<char*>(EMULATOR), const_cast<char*>("-0")});
+        argv.push_back(program.data());
+        const std::string executable = EMULATOR;
+#else
+        const std::string& executable = program;
+#endif
         for (const std::string& word : words) {
             argv.push_back(const_cast<char*>(word.c_str()));
         }
         argv.push_back(nullptr);
-        return execv((PROGRAM_DIRECTORY "/" + options.program).c_str(), argv.data());
+        return execv(executable.c_str(), argv.data());
     });
 }
 

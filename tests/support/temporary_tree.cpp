@@ -23,6 +23,8 @@ void enterPrivateMounts() {
     require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
     require(mount("tests", "/var/log", "tmpfs", 0, "mode=755") == 0, "mount /var/log");
     require(std::system("cp -a /etc /var/log/etc && mount --bind /var/log/etc /etc") == 0, "mount /etc");
+    std::filesystem::remove_all("/etc/zorv");  // of an installed package
+    std::filesystem::create_directories("/etc/zorv/label");
     std::filesystem::create_directory("/var/log/zorv");
     std::filesystem::create_directory(kScratchDirectory);
     const std::string scratch = kScratchDirectory;

@@ -5,8 +5,9 @@
 #include <vector>
 
 // Mounts that only this process and its children see, so that tests use the fixed paths
-// freely: /etc is a copy, /var/log is empty but for zorv/ and the directory of temporary
-// trees, where the label manager's store and policy are looked for, too. For root only.
+// freely: /etc is a copy whose zorv/label/ is empty, /var/log is empty but for zorv/ and
+// the directory of temporary trees, where the label manager's store and policy are looked
+// for, too. For root only.
 void enterPrivateMounts();
 constexpr const char* kScratchDirectory = "/var/log/scratch";
 

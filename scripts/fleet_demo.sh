@@ -19,7 +19,8 @@ prepare() {
     work=$(mktemp -d /var/tmp/zorv-fleet.XXXXXX)
     trap 'rm -rf --one-file-system "$work"' EXIT
     mkdir "$work/base"
-    make_base "${2:-}" >"$work/output" 2>&1 || { tail -n 20 "$work/output" >&2 && exit 1; }
+    echo "fleet_demo: making the hosts"
+    make_base "${2:-}" >/dev/null
     unshare --mount --net --pid --mount-proc --fork --kill-child scripts/fleet_demo/session.sh "$work" "$packages"
 }
 
@@ -33,7 +34,7 @@ make_base() {
     codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
     # shellcheck disable=SC2016 # the variables are apt's
     mirror=$(apt-get indextargets --format '$(CODENAME) $(REPO_URI)' 'Identifier: Packages' |
-        awk -v codename="$codename" '$1 == codename { print $2; exit }')
+        awk -v codename="$codename" '$1 == codename && !found { print $2; found = 1 }')
     debootstrap --variant=minbase \
         --include=openssh-server,python3,python3-apt,systemd,liblog4cpp5v5,libsqlite3-0,libssl3,libzmq5 \
         "$codename" "$work/base" "$mirror"

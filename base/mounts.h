@@ -43,6 +43,7 @@ struct EntryStatus {
     dev_t device = 0;
     ino_t inode = 0;
     mode_t mode = 0;
+    nlink_t links = 0;
 };
 
 // Of an entry of an open directory, links not followed, or with an empty name of what the

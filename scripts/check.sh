@@ -1,5 +1,6 @@
 #!/bin/sh
-# Looks at what needs no build: formatting, shell scripts, manual pages, layers. For before a commit; a few seconds.
+# Looks at what needs no build: formatting, shell scripts, manual pages, layers, the Ansible collection. For before a commit;
+# a few seconds.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh develop
@@ -32,6 +33,21 @@ manual_pages() {
         fi
     done
 }
+# Ansible finds a collection by its place, and writes into the home directory.
+collection() (
+    version=$(sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
+    grep -qx "version: $version" ansible/galaxy.yml || { echo "ansible/galaxy.yml: the version is not $version" && exit 1; }
+    command -v ansible-lint >/dev/null || { echo "check: no ansible-lint, so the Ansible collection is not looked at" && exit 0; }
+    HOME=$(mktemp -d)
+    trap 'rm -rf "$HOME"' EXIT
+    mkdir -p "$HOME/ansible_collections/zorv"
+    cp -a ansible "$HOME/ansible_collections/zorv/label"
+    export HOME ANSIBLE_COLLECTIONS_PATH="$HOME"
+    cd "$HOME/ansible_collections/zorv/label" || exit 1
+    for command in "ansible-lint --offline --nocolor -p -q" "ansible-doc -t module zorv.label.state zorv.label.verify"; do
+        $command >"$HOME/output" 2>&1 || { cat "$HOME/output" && exit 1; }
+    done
+)
 layers() {
     sh tests/check_layers.sh .
 }
@@ -46,5 +62,6 @@ comments || failed "width of comments"
 shell_scripts || failed "shell scripts"
 manual_pages || failed "manual pages"
 layers || failed "layers"
+collection || failed "Ansible collection"
 [ "$status" -ne 0 ] || echo "check: passed"
 exit "$status"

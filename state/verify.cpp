@@ -6,6 +6,9 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 #include "base/attribute_at.h"
 #include "labelmgr/change/session.h"
@@ -28,7 +31,19 @@ struct Counts {
     std::atomic<unsigned long> failed{0};
 };
 
-// Tells every file whose label is not what it should be.
+using FileId = std::pair<dev_t, ino_t>;
+
+FileId idOf(const EntryStatus& status) {
+    return {status.device, status.inode};
+}
+
+// A file has one label, whatever number of names.
+bool hasSeveralNames(const EntryStatus& status) {
+    return status.links > 1 && !S_ISDIR(status.mode);
+}
+
+// Tells every file whose label is not what it should be. One with several names is told
+// at the end, and only if its label is that of none of them.
 class Comparison : public SnapshotVisitor {
  public:
     Comparison(const Context& in, const LabelSnapshot& labels, const Options& optionsOfRun,
@@ -41,6 +56,16 @@ class Comparison : public SnapshotVisitor {
         printRemark(options, asOneLine(path) + ": " + std::strerror(reason));
     }
 
+    void tellNames() {
+        for (const Name& name : names) {
+            if (rightFiles.count(name.file) != 0) {
+                ++counts.right;
+            } else {
+                tell(name.path, name.present, name.wanted);
+            }
+        }
+    }
+
  private:
     void visitLabelled(const WalkEntry& entry, const Label& label) override {
         const std::string wanted = encodeLabel(label);
@@ -49,8 +74,12 @@ class Comparison : public SnapshotVisitor {
                                            present.data(), present.size());
         if (got >= 0 && wanted == std::string_view(present.data(), static_cast<size_t>(got))) {
             ++counts.right;
+            if (hasSeveralNames(entry.status)) {
+                const std::lock_guard<std::mutex> lock(mutex);
+                rightFiles.insert(idOf(entry.status));
+            }
         } else if (got >= 0) {
-            tell(entry.path, std::string(present.data(), static_cast<size_t>(got)), wanted);
+            compare(entry, std::string(present.data(), static_cast<size_t>(got)), wanted);
         } else {
             lookAgain(entry, errno, wanted);
         }
@@ -66,7 +95,7 @@ class Comparison : public SnapshotVisitor {
                 const ssize_t got = getAttributeAt(entry.directory, entry.name, context.attribute.c_str(),
                                                    bytes.data(), bytes.size());
                 bytes.resize(got >= 0 ? static_cast<size_t>(got) : 0);
-                tell(entry.path, bytes, wanted);
+                compare(entry, bytes, wanted);
                 break;
             }
             case ENOTSUP:
@@ -76,6 +105,15 @@ class Comparison : public SnapshotVisitor {
                 break;  // gone meanwhile
             default:
                 fail(entry.path, reason);
+        }
+    }
+
+    void compare(const WalkEntry& entry, const std::string& present, const std::string& wanted) {
+        if (hasSeveralNames(entry.status)) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            names.push_back({idOf(entry.status), entry.path, present, wanted});
+        } else {
+            tell(entry.path, present, wanted);
         }
     }
 
@@ -102,8 +140,17 @@ class Comparison : public SnapshotVisitor {
     const Context& context;
     const Options& options;
     Counts& counts;
+    struct Name {
+        FileId file;
+        std::string path;
+        std::string present;
+        std::string wanted;
+    };
+
     std::mutex mutex;
     std::set<dev_t> withoutAttributes;
+    std::vector<Name> names;  // of files that have several, and another label than it has
+    std::set<FileId> rightFiles;
 };
 
 // Answers the number of the last change.
@@ -141,6 +188,7 @@ Status runVerify(const Options& options) {
         Comparison comparison(context, snapshot, options, counts);
         TreeWalk(comparison, scanThreads())
             .run(std::move(descriptor), root, snapshot.below(snapshot.wholeSystem(), root));
+        comparison.tellNames();
     }
     if (lastChange(context) != change) {
         printRemark(options, "values were set meanwhile: of their files it may tell what holds no more");

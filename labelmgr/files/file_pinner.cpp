@@ -39,7 +39,7 @@ void EntryFile::setLabel(const LabelBytes& bytes) const {
                            ? setAttributeAt(directory, name, attribute.c_str(), bytes->data(), bytes->size())
                            : removeAttributeAt(directory, name, attribute.c_str());
     if (result != 0 && (bytes || errno != ENODATA)) {
-        throwFileError(fullPath, errno);
+        throwLabelError(fullPath, errno);
     }
 }
 

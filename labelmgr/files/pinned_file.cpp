@@ -124,5 +124,5 @@ void PinnedFile::fail(int reason) const {
     if (reason == ENOENT) {  // of an open file
         throw systemError(name, reason);
     }
-    throwFileError(name, reason);
+    throwLabelError(name, reason);
 }

@@ -1,5 +1,12 @@
 #include "labelmgr/model/operation_error.h"
 
+void throwLabelError(const std::string& path, int reason) {
+    if (reason == ENOSPC || reason == EDQUOT) {  // of the file, or of its owner
+        throw FileRefuses(path, std::strerror(reason));
+    }
+    throwFileError(path, reason);
+}
+
 void throwFileError(const std::string& path, int reason) {
     switch (reason) {
         case ENOENT:
@@ -7,8 +14,6 @@ void throwFileError(const std::string& path, int reason) {
             throw FileGone(path, std::strerror(reason));
         case EREMOTE:
             throw FileRefuses(path, "refused: on a network or FUSE file system, which may never answer");
-        case ENOSPC:  // of the file, or of its owner
-        case EDQUOT:
         case E2BIG:
         case ELOOP:
         case ENAMETOOLONG:

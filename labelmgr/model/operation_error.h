@@ -39,3 +39,5 @@ class FileRefuses : public OperationError {
 // The reason of a failed call on a file, as one of these. EREMOTE: it was not made, since
 // the file lies where nothing may be asked.
 [[noreturn]] void throwFileError(const std::string& path, int reason);
+// The reason of a label that could not be written.
+[[noreturn]] void throwLabelError(const std::string& path, int reason);

@@ -115,7 +115,7 @@ expect $'-g -e shm/by\\:1\\=\\$x\t' shm/$device
 expect '-S -T ' file package scan
 
 program=zorv-label-state
-expect '' apply backup check-policy explain export remove-pattern restore verify
+expect '' apply backup check-policy explain export label remove-pattern restore verify
 expect 'apply --' --check --keep-others --allow-missing --json --quiet
 expect 'apply --check ' $files
 expect 'verify ' sub

@@ -121,7 +121,7 @@ interrupt() { # SETUP COMMAND...
         case $name in futex | brk | close) continue ;; esac
         error=${errors[count % 5]}
         # A file without room for its label is left out of many, and of no others; to open or look at one takes no room.
-        case $name$error in setxattrENOSPC | openatENOSPC | statxENOSPC) error=EIO ;; esac
+        case $name$error in setxattrENOSPC) error=EIO ;; esac
         saved_start "$setup"
         injected "$name:error=$error:when=$number"
         check_told "$name $number, $error"

@@ -14,26 +14,42 @@ void requireSoundStore(const Context& context) {
     }
 }
 
-std::string setAside(const Context& context) {
+// Work with a new store in the place of the present one, which comes back when that
+// fails.
+template <typename Work>
+Status withNewStore(const Context& context, Work work) {
     const auto directory = StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);
-    const UniqueFd lock = directory->lockForWriting(Store::kPatienceForWriters);
-    return directory->setDatabaseAside();
+    std::string aside;
+    {
+        const UniqueFd lock = directory->lockForWriting(Store::kPatienceForWriters);
+        aside = directory->setDatabaseAside();
+    }
+    try {
+        return work(aside);
+    } catch (const std::exception&) {
+        const UniqueFd lock = directory->lockForWriting(Store::kPatienceForWriters);
+        directory->putDatabaseBack(aside);
+        throw;
+    }
 }
 
 // In the place of a store that cannot be read.
 Status startAnew(Context context, const WantedRecords& wanted, const Options& options,
                  const StoreDamaged& failure) {
-    std::optional<ScratchStore> empty;
+    const auto bring = [&](const std::string& whatHappened) {
+        printRemark(options, std::string(failure.what()) + "; " + whatHappened);
+        printRemark(options,
+                    "files whose values only the damaged store had keep them until they are labelled anew");
+        return bringAbout(context, wanted, options);
+    };
     if (options.isCheck) {
-        context.stateDirectory = empty.emplace().directory();
-        printRemark(options, std::string(failure.what()) + "; a new store would take its place");
-    } else {
-        printRemark(options, std::string(failure.what()) + "; it is now " + setAside(context) +
-                                 ", and a new store takes its place");
+        const ScratchStore empty;
+        context.stateDirectory = empty.directory();
+        return bring("a new store would take its place");
     }
-    printRemark(options,
-                "files whose values only the damaged store had keep them until they are labelled anew");
-    return bringAbout(context, wanted, options);
+    return withNewStore(context, [&](const std::string& aside) {
+        return bring("it is now " + aside + ", and a new store takes its place");
+    });
 }
 
 }  // namespace

@@ -38,8 +38,12 @@ constexpr Questions kDpkg = {
     R"(dpkg-query -W -f '${db:Status-Status} ${Package}\n' 2>/dev/null && echo . || :)",
     R"(dpkg-query -S -- "$2" 2>/dev/null; [ $? -le 1 ] && echo . || :)",
     R"(dpkg-query -W -f '\t${Package}\n${db-fsys:Files}' 2>/dev/null && echo . || :)",
-    R"(cd /var/lib/dpkg/info && stat -c '%n %i %y' -- *.list && echo . || :)",
-    R"(cd /var/lib/dpkg/info && cat -- "$@" && echo . || :)",
+    // Unpacked files have their names, and those of the configuration theirs when the
+    // package's status changes.
+    R"(find /var/lib/dpkg/info -maxdepth 1 -name '*.list' -printf '%f %i %T@\n' | sed 's/\.list / /'
+       dpkg-query -W -f '${binary:Package} ${db:Status-Status}\n' 2>/dev/null; [ $? -le 1 ] && echo . || :)",
+    R"(cd /var/lib/dpkg/info && for name; do [ ! -e "$name.list" ] || cat -- "$name.list" || exit; done &&
+       if [ -e ../diversions ]; then sed -n '2~3p' ../diversions; fi && echo . || :)",
     {"/var/lib/dpkg/status", "/var/lib/dpkg/updates", "/var/lib/dpkg/info", "/var/lib/dpkg/diversions"},
     {},
 };
@@ -169,7 +173,7 @@ class AskedDatabase : public PackageDatabase {
         PackageVersions versions;
         for (const std::string& line : ask(questions.listVersions, {})) {
             const size_t blank = line.find(' ');
-            versions[line.substr(0, blank)] = blank == std::string::npos ? "" : line.substr(blank + 1);
+            versions[line.substr(0, blank)].append(line, std::min(blank, line.size()));
         }
         return versions;
     }

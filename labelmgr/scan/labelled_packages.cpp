@@ -20,14 +20,21 @@
 namespace {
 
 constexpr const char* kName = "labelled-packages";
-constexpr std::string_view kEnd = ".";  // of a list that is whole
+// How a list ends that is whole: of a labelling without and with files that failed.
+constexpr std::string_view kEnd = ".";
+constexpr std::string_view kEndWithFailures = "!";
 
-std::string textOf(const PackageVersions& versions) {
+struct KeptPackages {
+    PackageVersions versions;
+    bool hadFailures = false;
+};
+
+std::string textOf(const PackageVersions& versions, bool hadFailures) {
     std::string text;
     for (const auto& [name, version] : versions) {
         text.append(name).append(" ").append(version).append("\n");
     }
-    return text.append(kEnd);
+    return text.append(hadFailures ? kEndWithFailures : kEnd);
 }
 
 std::string contentOf(int file) {
@@ -43,19 +50,20 @@ std::string contentOf(int file) {
     return content;
 }
 
-std::optional<PackageVersions> keptVersions(const StateDirectory& directory) {
+std::optional<KeptPackages> keptPackages(const StateDirectory& directory) {
     const UniqueFd file = directory.openKept(kName);
     if (!file) {
         return std::nullopt;
     }
     std::istringstream lines(contentOf(file.get()));
-    PackageVersions versions;
+    KeptPackages kept;
     std::string line;
-    while (std::getline(lines, line) && line != kEnd) {
+    while (std::getline(lines, line) && line != kEnd && line != kEndWithFailures) {
         const size_t blank = std::min(line.find(' '), line.size());
-        versions[line.substr(0, blank)] = line.substr(std::min(blank + 1, line.size()));
+        kept.versions[line.substr(0, blank)] = line.substr(std::min(blank + 1, line.size()));
     }
-    return line == kEnd ? std::optional(versions) : std::nullopt;
+    kept.hadFailures = line == kEndWithFailures;
+    return line == kEnd || kept.hadFailures ? std::optional(kept) : std::nullopt;
 }
 
 void writeKept(const StateDirectory& directory, const std::string& text) {
@@ -91,6 +99,16 @@ bool isExcluded(const Policy& policy, std::string path) {
     return true;
 }
 
+// Empty where nothing may be asked.
+std::string canonicalDirectory(const std::string& path) {
+    try {
+        return canonicalPathOfRecord(path.c_str());
+    } catch (const OperationError& failure) {
+        ZORV_LOG(warn, "%s; what is in it is not labelled", failure.what());
+        return {};
+    }
+}
+
 // The files themselves, by canonical paths, each once; a package may name them through
 // links to directories.
 std::vector<std::string> filesToLabel(const std::vector<std::string>& listed, const Policy& policy) {
@@ -101,11 +119,11 @@ std::vector<std::string> filesToLabel(const std::vector<std::string>& listed, co
         const std::string parent = path.substr(0, std::max<size_t>(slash, 1));
         auto directory = directories.find(parent);
         if (directory == directories.end()) {
-            directory = directories.emplace(parent, canonicalPathOfRecord(parent.c_str())).first;
+            directory = directories.emplace(parent, canonicalDirectory(parent)).first;
         }
         const std::string name = path.substr(slash + 1);
         std::string file = directory->second == "/" ? "/" + name : directory->second + "/" + name;
-        if (!name.empty() && name != "." && !isExcluded(policy, file)) {
+        if (!directory->second.empty() && !name.empty() && name != "." && !isExcluded(policy, file)) {
             files.push_back(std::move(file));
         }
     }
@@ -123,11 +141,12 @@ void forgetLabelledPackages(const Context& context) {
     }
 }
 
-void keepLabelledPackages(const Context& context, const std::optional<PackageVersions>& versions) try {
+void keepLabelledPackages(const Context& context, const std::optional<PackageVersions>& versions,
+                          bool hadFailures) try {
     if (versions) {
         const auto directory =
             StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);
-        writeKept(*directory, textOf(*versions));
+        writeKept(*directory, textOf(*versions, hadFailures));
     }
 } catch (const OperationError& failure) {
     ZORV_LOG(warn, "%s", failure.what());
@@ -136,23 +155,26 @@ void keepLabelledPackages(const Context& context, const std::optional<PackageVer
 std::optional<LabelledAnew> labelNewPackages(const Context& context) {
     const auto directory =
         StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kAnswerNothing);
-    const std::optional<PackageVersions> labelled = directory ? keptVersions(*directory) : std::nullopt;
+    const std::optional<KeptPackages> labelled = directory ? keptPackages(*directory) : std::nullopt;
     const std::optional<PackageVersions> present = context.packages->versions();
     if (!labelled || !present) {
         return std::nullopt;
     }
     LabelledAnew result;
-    const std::vector<std::string> names = newNames(*present, *labelled);
-    if (!names.empty()) {
-        Facts facts(context);
-        const std::vector<std::string> files = filesToLabel(context.packages->filesOf(names), facts.policy());
-        Store store = openToChange(context);
-        result = {names.size(), files.size(), labelAnew(store, context, facts, files)};
-        logDone("labelled the files of " + std::to_string(names.size()) + " packages, first " +
-                names.front());
+    result.hadFailures = labelled->hadFailures;
+    const std::vector<std::string> names = newNames(*present, labelled->versions);
+    if (names.empty()) {
+        return result;
     }
-    if (*present != *labelled) {
-        keepLabelledPackages(context, *present);
+    Facts facts(context);
+    const std::vector<std::string> files = filesToLabel(context.packages->filesOf(names), facts.policy());
+    Store store = openToChange(context);  // until the list is kept: it belongs to this state of the store
+    result.packages = names.size();
+    result.files = files.size();
+    result.failed = labelAnew(store, context, facts, files);
+    if (keptPackages(*directory)) {  // no labelling of the whole system has begun meanwhile
+        keepLabelledPackages(context, present, result.hadFailures || result.failed != 0);
     }
+    logDone("labelled the files of " + std::to_string(names.size()) + " packages, first " + names.front());
     return result;
 }

@@ -12,14 +12,16 @@
 
 // Before a labelling of the whole system. Throws OperationError.
 void forgetLabelledPackages(const Context& context);
-// When it is complete. Where they cannot be kept, which is logged, the next labelling is
-// one of the whole system.
-void keepLabelledPackages(const Context& context, const std::optional<PackageVersions>& versions);
+// When it is complete, but for files that failed. Where they cannot be kept, which is
+// logged, the next labelling is one of the whole system.
+void keepLabelledPackages(const Context& context, const std::optional<PackageVersions>& versions,
+                          bool hadFailures);
 
 struct LabelledAnew {
     size_t packages = 0;
     size_t files = 0;
-    size_t failed = 0;  // of these; a line each in the log
+    size_t failed = 0;         // of these; a line each in the log
+    bool hadFailures = false;  // the labelling of the whole system or of packages since then
 };
 
 // Labels the files of packages that were installed or written anew since then. Nothing

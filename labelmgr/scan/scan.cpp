@@ -90,7 +90,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     const Clock::time_point begin = Clock::now();
     UniqueFd descriptor = TreeWalk::openRoot(root);
     StateDirectory::open(context.stateDirectory, StateDirectory::IfMissing::kCreate);  // to keep owners in
-    const auto packages = root == "/" ? context.packages->versions() : std::nullopt;
+    const auto packages = root == "/" && skippedPaths.empty() ? context.packages->versions() : std::nullopt;
     Facts facts(context);
     LabelSnapshot snapshot(facts, root, skippedPaths);
     const Registration registration = registerScan(context, snapshot, root);
@@ -105,7 +105,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
         signal = supervision.receivedSignal();
         if (isWhole && signal == 0) {
             endScan(context, facts, ScanStatus::kComplete, root, std::to_string(counts.done()));
-            keepLabelledPackages(context, packages);
+            keepLabelledPackages(context, packages, counts.failed != 0);
         } else {
             endScan(context, facts, ScanStatus::kInterrupted, root, "failed");
         }

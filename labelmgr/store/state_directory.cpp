@@ -154,6 +154,16 @@ std::string StateDirectory::setDatabaseAside() const {
     return path + "/" + name;
 }
 
+void StateDirectory::putDatabaseBack(const std::string& asidePath) const {
+    // Without the journal of the other one.
+    const std::string journal = path + "/" + kJournalName;
+    unlink(journal.c_str());
+    if (rename(asidePath.c_str(), (path + "/" + kDatabaseName).c_str()) != 0 ||
+        (rename((asidePath + "-wal").c_str(), journal.c_str()) != 0 && errno != ENOENT)) {
+        throw systemError(asidePath);
+    }
+}
+
 off_t StateDirectory::journalSize() const {
     struct stat status {};
     if (fstatat(descriptor.get(), kJournalName, &status, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -278,8 +288,14 @@ void StateDirectory::replaceKept(const std::string& name) const {
 }
 
 void StateDirectory::removeKept(const std::string& name) const {
-    if (unlinkat(descriptor.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
+    if (unlinkat(descriptor.get(), name.c_str(), 0) != 0) {
+        if (errno == ENOENT) {
+            return;
+        }
         throw systemError(path + "/" + name);
+    }
+    if (fsync(descriptor.get()) != 0) {
+        throw systemError(path);
     }
 }
 

@@ -38,6 +38,9 @@ class StateDirectory {
     // Gives the database and its journal other names in the directory, and answers the
     // database's. The caller holds the writers' lock.
     std::string setDatabaseAside() const;
+    // Takes that back: the path is what it answered. What has come in its place is
+    // removed.
+    void putDatabaseBack(const std::string& asidePath) const;
     // The size of the database's journal, which is part of its contents; 0 when there is
     // none.
     off_t journalSize() const;

@@ -54,9 +54,9 @@ prints() {
 has_mode() {
     [ "$(stat -c '%a %U:%G' "$root$1")" = "$2" ]
 }
-# Every name in the root with its kind, mode and owner, without what package managers keep for themselves.
+# Every name in the root with its kind, mode and owner, without what package managers and mount(8) keep for themselves.
 list_files() {
-    find "$root" \( -path "$root/packages" -o -path "$root/proc" -o -path "$root/dev" -o -path "$root/tmp" -o -path "$root/var/cache" -o \
+    find "$root" \( -path "$root/packages" -o -path "$root/proc" -o -path "$root/dev" -o -path "$root/tmp" -o -path "$root/run/mount" -o -path "$root/var/cache" -o \
         -path "$root/var/lib/apt" -o -path "$root/var/log/apt" \) -prune -o -printf '/%P %y %m %u:%g\n' |
         grep -vE '^/(var/lib/dpkg/(status|available|diversions|statoverride|triggers/|lock|alternatives ).*|var/log/(dpkg|alternatives)\.log.*|etc/ld\.so\.cache.*)' |
         LC_ALL=C sort

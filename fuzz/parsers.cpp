@@ -182,6 +182,20 @@ void readStateFile(const std::string& input) {
     }
 }
 
+void readPendingFiles(const std::string& input) {
+    try {
+        const std::vector<PendingFile> files = unpackFiles(input);
+        FilesToKeep kept;
+        for (const PendingFile& file : files) {
+            kept.push_back(&file);
+        }
+        require(packFiles(kept).size() <= input.size() &&
+                unpackFiles(packFiles(kept)).size() == files.size());
+    } catch (const BytesDamaged& failure) {
+        require(std::string(failure.what()) == "damaged");
+    }
+}
+
 // Rows as nobody but another program can have written them.
 void readStoreRows(const std::string& input) {
     static Store store = Store::openToWrite(std::string(kScratchDirectory) + "/state");
@@ -190,13 +204,15 @@ void readStoreRows(const std::string& input) {
     Transaction transaction = store.begin();
     store.userValues().putBack({target, {uint32_t{7}, numberAt(2)}});
     store.pending().add(FormerRecord{target, UserValue{uint32_t{1}, numberAt(3)}});
-    store.pending().add(PendingFile{input, 0, 0, input, input});
+    const PendingFile file{input, 0, 0, input, input};
+    store.pending().add(FilesToKeep{&file});
     store.scan().set({static_cast<ScanStatus>(numberAt(4)), numberAt(5)});
     store.feed().add({input});
     for (const Field field : kFields) {
         store.userValues().all(field);
         store.userValues().patterns(field);
     }
+    readPendingFiles(input);
     require(store.pending().records().size() == 1 && store.pending().file(input)->wanted == input);
     store.scan().state();
     store.feed().after(0, 1);

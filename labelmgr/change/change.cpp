@@ -52,18 +52,20 @@ void keepPending(Store& store, const std::vector<FormerRecord>& records, const C
     for (const FormerRecord& record : records) {
         pending.add(record);
     }
+    FilesToKeep toBeWritten;
     for (const ChangedFile& changed : files) {
         if (changed.isToBeWritten()) {
-            pending.add(changed.file);
+            toBeWritten.push_back(&changed.file);
         }
     }
+    pending.add(toBeWritten);
 }
 
 void tell(Store& store, const ChangePlan& plan) {
     FeedTable feed = store.feed();
     feed.trim();
     for (const ChangedFile& changed : plan.files) {
-        feed.add(changed.messages);
+        feed.add(messagesOf(changed));
     }
     feed.add(plan.packageMessages);
 }
@@ -95,7 +97,7 @@ bool write(LabelWriter& writer, ChangedFile& changed) {
 // Takes back what was told of files that were left out after all.
 void tellNoMore(Store& store, const ChangePlan& plan, int64_t lastMessage) {
     for (const ChangedFile& changed : plan.files) {
-        const size_t count = changed.messages.size();
+        const size_t count = changed.steps.size();
         if (changed.isLeftOut) {
             store.feed().empty(lastMessage, count);
         }
@@ -168,7 +170,7 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         }
         ifItFails.messages = packages.size();
         for (const ChangedFile& changed : plan.files) {
-            ifItFails.messages += changed.messages.size();
+            ifItFails.messages += changed.steps.size();
         }
         isBegun = true;
         transaction.commit();

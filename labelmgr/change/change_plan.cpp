@@ -1,6 +1,7 @@
 #include "labelmgr/change/change_plan.h"
 
 #include <algorithm>
+#include <mutex>
 #include <set>
 #include <sys/resource.h>
 
@@ -18,13 +19,6 @@ size_t mostPins() {
     return isTold ? static_cast<size_t>(std::min(kMostPins, limit.rlim_cur / 4)) : 0;
 }
 
-// What a step does to one file.
-struct FileStep {
-    const ChangeStep* step;
-    bool isTarget;  // the record is this file's own, not that of a pattern that it matches
-};
-using FileSteps = std::vector<FileStep>;
-
 bool isAboutTheSame(const ChangeStep& left, const ChangeStep& right) {
     return writesWholeLabel(left.kind) == writesWholeLabel(right.kind) &&
            (writesWholeLabel(left.kind) || left.target.field == right.target.field);
@@ -32,7 +26,7 @@ bool isAboutTheSame(const ChangeStep& left, const ChangeStep& right) {
 
 // Of several steps about one field of one file, one is enough: what counts is what the
 // store says.
-void addStep(FileSteps& steps, const FileStep& added) {
+void addStep(std::vector<FileStep>& steps, const FileStep& added) {
     for (FileStep& present : steps) {
         if (isAboutTheSame(*present.step, *added.step)) {
             if (added.isTarget && !present.isTarget) {
@@ -44,46 +38,53 @@ void addStep(FileSteps& steps, const FileStep& added) {
     steps.push_back(added);
 }
 
-// A file, what is done to it, and how it was found.
-struct PlannedFile {
-    SeenFile seen;
-    FileSteps steps = {};
-    bool isLookedAt = false;
-    std::unique_ptr<PinnedFile> pin = nullptr;
-};
+void take(SeenFile& seen, ChangedFile& changed) {
+    changed.file.path = std::move(seen.path);
+    changed.file.device = seen.status.device;
+    changed.file.inode = seen.status.inode;
+    changed.file.former = std::move(seen.label);
+    changed.mode = seen.status.mode;
+    changed.reason = seen.reason;
+}
 
-// Sorted by path. Those that patterns found have been looked at.
-std::deque<PlannedFile> filesOfSteps(const Context& context, const std::vector<ChangeStep>& steps,
-                                     size_t& failed) {
+// Sorted by path, with their steps. Those that patterns found have been looked at.
+ChangedFiles filesOfSteps(const Context& context, const std::vector<ChangeStep>& steps, size_t& failed) {
     std::vector<std::pair<SeenFile, FileStep>> found;
     for (const ChangeStep& step : steps) {
         FoundFiles files = filesOf(context, step.target);
         failed += files.unreadable;
+        found.reserve(std::max(found.capacity(), found.size() + files.files.size()));
         for (SeenFile& file : files.files) {
             found.emplace_back(std::move(file), FileStep{&step, !step.target.isPattern});
         }
     }
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& left, const auto& right) { return left.first.path < right.first.path; });
-    std::deque<PlannedFile> planned;
+    ChangedFiles changed;
     for (auto& [file, step] : found) {
-        if (planned.empty() || planned.back().seen.path != file.path) {
-            planned.push_back({std::move(file), {}, step.step->target.isPattern});
+        if (changed.empty() || changed.back().file.path != file.path) {
+            take(file, changed.emplace_back());
         }
-        addStep(planned.back().steps, step);
+        addStep(changed.back().steps, step);
     }
-    return planned;
+    return changed;
 }
 
 // A few are pinned; of more it is enough to have seen them.
-void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
+void lookAtFiles(const Context& context, ChangedFiles& files) {
     const bool arePinned = files.size() <= mostPins();
-    const auto look = [&](FilePinner& pinner, PlannedFile& file) {
-        if (arePinned) {
-            file.pin = pinner.pinAndSee(file.seen);
-        } else if (!file.isLookedAt) {
-            pinner.see(file.seen);
+    const auto look = [&](FilePinner& pinner, ChangedFile& changed) {
+        const bool isSeen = changed.file.inode != 0 || changed.reason != 0;
+        if (isSeen && !arePinned) {
+            return;
         }
+        SeenFile seen{std::move(changed.file.path), {}, std::nullopt};
+        if (arePinned) {
+            changed.pin = pinner.pinAndSee(seen);
+        } else {
+            pinner.see(seen);
+        }
+        take(seen, changed);
     };
     const auto lookAtPieces = [&](Pieces& pieces) {
         FilePinner pinner(context);
@@ -93,70 +94,71 @@ void lookAtFiles(const Context& context, std::deque<PlannedFile>& files) {
 }
 
 // A value cannot be set on a file that is gone; to take one away needs no file.
-bool needsFile(const FileSteps& steps) {
+bool needsFile(const std::vector<FileStep>& steps) {
     return std::any_of(steps.begin(), steps.end(), [](const FileStep& entry) {
         return entry.isTarget && entry.step->needsFile && entry.step->kind != ChangeKind::kDelete &&
                entry.step->kind != ChangeKind::kClear;
     });
 }
 
+// Plans files one after the other; several threads have one each.
 class FilePlanner {
  public:
     // Of one single file every failure is that of the change.
-    FilePlanner(const Context& in, LabelDeriver& deriverToUse, ChangePlan& planToFill, bool isSingle)
-        : context(in), deriver(deriverToUse), plan(planToFill), isSingleFile(isSingle) {}
+    FilePlanner(const Context& in, LabelDeriver& deriverToUse, bool isSingle)
+        : context(in), deriver(deriverToUse), isSingleFile(isSingle) {}
 
-    void add(PlannedFile file) {
+    // Fills in the wanted label, and keeps of the steps those that are told. What cannot
+    // be changed and is not needed is left out.
+    void plan(ChangedFile& file) {
         const bool needsIt = needsFile(file.steps);
-        const bool isNeeded = isSingleFile || needsIt;
+        file.isNeeded = isSingleFile || needsIt;
         try {
-            addReadable(std::move(file), isNeeded);
+            planReadable(file);
+            return;
         } catch (const FileGone&) {
             if (needsIt) {
                 throw;
             }
         } catch (const FileRefuses& failure) {
-            if (isNeeded) {
+            if (file.isNeeded) {
                 throw;
             }
             ZORV_LOG(error, "%s", failure.what());
-            ++plan.failed;
+            ++failed;
         }
+        file.isLeftOut = true;
     }
 
+    bool writesLabels = false;
+    size_t failed = 0;
+    std::vector<std::string> rightFiles;
+
  private:
-    void addReadable(PlannedFile file, bool isNeeded) {
-        SeenFile& seen = file.seen;
-        if (seen.reason != 0) {
-            throwFileError(seen.path, seen.reason);
+    void planReadable(ChangedFile& changed) {
+        PendingFile& file = changed.file;
+        if (changed.reason != 0) {
+            throwFileError(file.path, changed.reason);
         }
-        ChangedFile changed{
-            {std::move(seen.path), seen.status.device, seen.status.inode, std::move(seen.label), {}},
-            {},
-            {},
-            isNeeded};
-        const std::string& path = changed.file.path;
-        const LabelBytes& former = changed.file.former;
         // A whole label takes the place of whatever is there.
-        const bool isKept = former && !writesWholeLabel(file.steps.front().step->kind);
-        Label label = isKept ? decodeLabel(path, *former) : Label();
-        for (const FileStep& entry : file.steps) {
-            apply(entry, seen.status.mode, changed, label);
+        const bool isKept = file.former && !writesWholeLabel(changed.steps.front().step->kind);
+        Label label = isKept ? decodeLabel(file.path, *file.former) : Label();
+        std::erase_if(changed.steps, [&](const FileStep& step) { return !apply(step, changed, label); });
+        file.wanted = encodeLabel(label);
+        if (!changed.isToBeWritten()) {
+            changed.pin.reset();
+            noteRight(file);
+            return;
         }
-        changed.file.wanted = encodeLabel(label);
-        if (changed.isToBeWritten() && !isNeeded && isReadOnly(path, changed.file.device)) {
-            throw FileRefuses(path, std::strerror(EROFS));
+        if (!changed.isNeeded && isReadOnly(file.path, file.device)) {
+            throw FileRefuses(file.path, std::strerror(EROFS));
         }
-        if (changed.isToBeWritten()) {
-            plan.writesLabels = true;
-            changed.pin = std::move(file.pin);
-        }
-        if (!changed.isToBeWritten() &&
-            (rightDevices.insert(changed.file.device).second || plan.rightFiles.size() <= kFewFiles)) {
-            plan.rightFiles.push_back(path);
-        }
-        if (changed.isToBeWritten() || !changed.messages.empty()) {
-            plan.files.push_back(std::move(changed));
+        writesLabels = true;
+    }
+
+    void noteRight(const PendingFile& file) {
+        if (rightDevices.insert(file.device).second || rightFiles.size() <= kFewFiles) {
+            rightFiles.push_back(file.path);
         }
     }
 
@@ -169,37 +171,46 @@ class FilePlanner {
         return entry->second;
     }
 
-    void apply(const FileStep& entry, mode_t mode, ChangedFile& changed, Label& label) {
+    // Whether it is told.
+    bool apply(const FileStep& entry, const ChangedFile& changed, Label& label) {
         using UserValues = LabelDeriver::UserValues;
         const ChangeKind kind = entry.step->kind;
         const Field field = entry.step->target.field;
         const PendingFile& file = changed.file;
         bool isNew = true;
         if (writesWholeLabel(kind)) {
-            label = deriver.label(file.path, mode,
+            label = deriver.label(file.path, changed.mode,
                                   kind == ChangeKind::kRestore ? UserValues::kObserve : UserValues::kIgnore);
-            plan.lastValue = label.toString();
         } else {
-            const FieldValue value = deriver.value(field, file.path, mode);
+            const FieldValue value = deriver.value(field, file.path, changed.mode);
             isNew = !file.former || numbersOf(value) != numbersOf(fieldOf(label, field));
             setField(label, field, value);
-            plan.lastValue = textOf(value);
         }
-        if (isNew || entry.isTarget) {
-            changed.messages.push_back(
-                changeMessage("file", operationOf(kind, field), file.path, plan.lastValue));
-        }
+        return isNew || entry.isTarget;
     }
 
     const Context& context;
     LabelDeriver& deriver;
-    ChangePlan& plan;
     bool isSingleFile;
     std::map<dev_t, bool> readOnlyDevices;
     std::set<dev_t> rightDevices;
 };
 
+std::string valueTold(const ChangeStep& step, const PendingFile& file) {
+    const Label label = decodeLabel(file.path, file.wanted);
+    return writesWholeLabel(step.kind) ? label.toString() : textOf(fieldOf(label, step.target.field));
+}
+
 }  // namespace
+
+std::vector<std::string> messagesOf(const ChangedFile& file) {
+    std::vector<std::string> messages;
+    for (const FileStep& told : file.steps) {
+        messages.push_back(changeMessage("file", operationOf(told.step->kind, told.step->target.field),
+                                         file.file.path, valueTold(*told.step, file.file)));
+    }
+    return messages;
+}
 
 FoundFiles filesOf(const Context& context, const Target& target) {
     if (target.isPattern) {
@@ -212,14 +223,29 @@ FoundFiles filesOf(const Context& context, const Target& target) {
 
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps) {
     ChangePlan plan;
-    std::deque<PlannedFile> files = filesOfSteps(context, steps, plan.failed);
-    lookAtFiles(context, files);
+    plan.files = filesOfSteps(context, steps, plan.failed);
+    lookAtFiles(context, plan.files);
     Facts facts(context);
     LabelDeriver deriver(&store, facts);
-    deriver.expectFiles(files.size());
-    FilePlanner planner(context, deriver, plan, steps.size() == 1 && !steps.front().target.isPattern);
-    for (; !files.empty(); files.pop_front()) {  // what has been planned is not kept twice
-        planner.add(std::move(files.front()));
+    deriver.expectFiles(plan.files.size());
+    const bool isSingle = steps.size() == 1 && !steps.front().target.isPattern;
+    std::mutex mutex;  // of the plan but for its files
+    const auto planPieces = [&](Pieces& pieces) {
+        FilePlanner planner(context, deriver, isSingle);
+        pieces.forEachNumber([&](size_t number) { planner.plan(plan.files[number]); });
+        const std::lock_guard<std::mutex> lock(mutex);
+        plan.writesLabels |= planner.writesLabels;
+        plan.failed += planner.failed;
+        plan.rightFiles.insert(plan.rightFiles.end(), planner.rightFiles.begin(), planner.rightFiles.end());
+    };
+    inThreads(plan.files.size(), planPieces, [] {});
+    const auto last = std::find_if(plan.files.rbegin(), plan.files.rend(),
+                                   [](const ChangedFile& file) { return !file.isLeftOut; });
+    if (last != plan.files.rend()) {
+        plan.lastValue = valueTold(steps.back(), last->file);
     }
+    std::erase_if(plan.files, [](const ChangedFile& file) {
+        return file.isLeftOut || (!file.isToBeWritten() && file.steps.empty());
+    });
     return plan;
 }

@@ -81,8 +81,8 @@ void LabelWriter::flush() {
     }
 }
 
-std::vector<PendingFile> LabelWriter::takeBack(const ChangedFiles& files) {
-    std::vector<PendingFile> left;
+FilesToKeep LabelWriter::takeBack(const ChangedFiles& files) {
+    FilesToKeep left;
     for (auto changed = files.rbegin(); changed != files.rend(); ++changed) {
         const PendingFile& file = changed->file;
         if (!changed->isToBeWritten()) {
@@ -104,7 +104,7 @@ std::vector<PendingFile> LabelWriter::takeBack(const ChangedFiles& files) {
         } catch (const OperationError& failure) {
             ZORV_LOG(error, "the label could not be put back: %s", failure.what());
         }
-        left.push_back(file);
+        left.push_back(&file);
     }
     return left;
 }

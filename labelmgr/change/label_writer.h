@@ -9,13 +9,23 @@
 #include "labelmgr/files/flush.h"
 #include "labelmgr/store/pending_table.h"
 
+struct ChangeStep;
+
+// What a step of the change does to one file.
+struct FileStep {
+    const ChangeStep* step;
+    bool isTarget;  // the record is this file's own, not that of a pattern that it matches
+};
+
 // A file of a change. It is pinned from the look at its label until the change is told or
 // taken back; where a change has too many files for that, it is found again by its path,
 // and must then have the same inode and the label that it should have by now.
 struct ChangedFile {
-    PendingFile file;
-    std::unique_ptr<PinnedFile> pin;
-    std::vector<std::string> messages;
+    PendingFile file = {};
+    std::unique_ptr<PinnedFile> pin = nullptr;
+    std::vector<FileStep> steps = {};  // once it is planned those that are told, one message each
+    mode_t mode = 0;
+    int reason = 0;          // for throwFileError: why it could not be looked at
     bool isNeeded = false;   // without it the change fails
     bool isLeftOut = false;  // it did not take its label, and that is not told
 
@@ -47,7 +57,7 @@ class LabelWriter {
     // Gives files their former labels back, last first, and notes them; a file that has
     // another label than the wanted one is left alone. What cannot be put back, or is not
     // there while its file system is not, is logged and answered.
-    std::vector<PendingFile> takeBack(const ChangedFiles& files);
+    FilesToKeep takeBack(const ChangedFiles& files);
     // Writes the wanted labels again, as far as possible.
     void writeAgain(const ChangedFiles& files);
 

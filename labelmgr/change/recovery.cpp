@@ -22,10 +22,10 @@ void putRecordsBack(Store& store, const std::vector<FormerRecord>& records) {
 void takeBackLeftChange(Store& store, const Context& context) {
     ChangedFiles files;
     for (PendingFile& file : store.pending().files()) {
-        files.push_back({std::move(file), {}, {}});
+        files.push_back({std::move(file)});
     }
     LabelWriter writer(context);
-    const std::vector<PendingFile> left = writer.takeBack(files);
+    const FilesToKeep left = writer.takeBack(files);
     writer.flush();
     Transaction transaction = store.begin();
     putRecordsBack(store, store.pending().records());

@@ -17,9 +17,9 @@ FieldValue LabelDeriver::value(Field field, const std::string& path, mode_t mode
     }
     switch (field) {
         case Field::kTid:
-            return facts.policy().tid(path);
+            return policy().tid(path);
         case Field::kInheritFlag:
-            return facts.policy().inheritFlag(path);
+            return policy().inheritFlag(path);
         case Field::kSid:
             if (!isExecutableFile(mode)) {  // spares the question to the package database
                 return Id();
@@ -32,20 +32,24 @@ FieldValue LabelDeriver::value(Field field, const std::string& path, mode_t mode
 }
 
 Label LabelDeriver::label(const std::string& path, mode_t mode, UserValues userValues) {
-    const Policy& policy = facts.policy();
-    const PolicyValues values{packageOf(path), policy.tid(path), policy.inheritFlag(path)};
+    const PolicyValues values{packageOf(path), policy().tid(path), policy().inheritFlag(path)};
     return derivedLabel(path, mode, values, [&](Field field) {
         return userValues == UserValues::kObserve ? userValue(field, path) : std::nullopt;
     });
 }
 
+const Policy& LabelDeriver::policy() {
+    return *oneAtATime([&] { return &facts.policy(); });
+}
+
 uint64_t LabelDeriver::packageOf(const std::string& path) {
-    const std::string owner = facts.ownerOf(path);
+    const std::string owner = oneAtATime([&] { return facts.ownerOf(path); });
     return owner.empty() ? 0 : packageId(owner);
 }
 
 uint64_t LabelDeriver::packageId(const std::string& name) {
-    const std::optional<uint64_t> set = store != nullptr ? store->packageIds().find(name) : std::nullopt;
+    const std::optional<uint64_t> set =
+        store != nullptr ? oneAtATime([&] { return store->packageIds().find(name); }) : std::nullopt;
     return set ? *set : packageIdOfName(name);
 }
 
@@ -53,27 +57,39 @@ std::optional<FieldValue> LabelDeriver::userValue(Field field, const std::string
     if (store == nullptr) {
         return std::nullopt;
     }
-    std::optional<PatternRules<FieldValue>>& rules = patterns[field];
-    if (!rules) {
-        rules = store->userValues().patterns(field);
-    }
-    return userSetValue(exactValue(field, path), *rules, path);
+    const std::optional<FieldValue> exact = exactValue(field, path);
+    const PatternRules<FieldValue>& rules = *oneAtATime([&] {
+        std::optional<PatternRules<FieldValue>>& read = patterns[field];
+        if (!read) {
+            read = store->userValues().patterns(field);
+        }
+        return &*read;
+    });
+    return userSetValue(exact, rules, path);
 }
 
 std::optional<FieldValue> LabelDeriver::exactValue(Field field, const std::string& path) {
     if (!expectsManyFiles) {
-        const std::optional<UserValue> found = store->userValues().find({field, false, path});
+        const auto found = oneAtATime([&] { return store->userValues().find({field, false, path}); });
         return found ? std::optional(found->value) : std::nullopt;
     }
-    std::optional<ValuesByPath>& values = paths[field];
-    if (!values) {
-        values.emplace();
-        for (const UserRecord& record : store->userValues().all(field)) {
-            if (!record.target.isPattern) {
-                values->emplace(record.target.text, record.value.value);
-            }
+    const ValuesByPath& values = *oneAtATime([&] {
+        std::optional<ValuesByPath>& read = paths[field];
+        if (!read) {
+            read = valuesByPath(*store, field);
+        }
+        return &*read;
+    });
+    const auto found = values.find(path);
+    return found != values.end() ? std::optional(found->second) : std::nullopt;
+}
+
+LabelDeriver::ValuesByPath LabelDeriver::valuesByPath(Store& store, Field field) {
+    ValuesByPath values;
+    for (const UserRecord& record : store.userValues().all(field)) {
+        if (!record.target.isPattern) {
+            values.emplace(record.target.text, record.value.value);
         }
     }
-    const auto found = values->find(path);
-    return found != values->end() ? std::optional(found->second) : std::nullopt;
+    return values;
 }

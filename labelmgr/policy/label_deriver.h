@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -12,7 +13,8 @@
 
 // Works out what the labels of single files should be: what users set for the path, else
 // for the pattern that was set last and matches it, else policy and the package database.
-// Without a store nothing is user-set. Throws OperationError.
+// Without a store nothing is user-set. For any number of threads, none of which uses the
+// store or the facts otherwise meanwhile. Throws OperationError.
 class LabelDeriver {
  public:
     LabelDeriver(Store* storeIfAny, Facts& factsToUse) : store(storeIfAny), facts(factsToUse) {}
@@ -33,12 +35,22 @@ class LabelDeriver {
  private:
     using ValuesByPath = std::unordered_map<std::string, FieldValue>;
 
+    // What is looked up by one thread at a time.
+    template <typename LookUp>
+    auto oneAtATime(LookUp lookUp) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return lookUp();
+    }
+    const Policy& policy();
     std::optional<FieldValue> userValue(Field field, const std::string& path);
     std::optional<FieldValue> exactValue(Field field, const std::string& path);
+    static ValuesByPath valuesByPath(Store& store, Field field);
 
     Store* store;
     Facts& facts;
     bool expectsManyFiles = false;
+    std::mutex mutex;
+    // What has been read stays as it is.
     ByField<std::optional<PatternRules<FieldValue>>> patterns;
     ByField<std::optional<ValuesByPath>> paths;
 };

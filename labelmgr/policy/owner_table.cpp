@@ -4,8 +4,8 @@
 #include <limits>
 #include <sys/stat.h>
 
-#include "label/byte_order.h"
 #include "labelmgr/model/operation_error.h"
+#include "labelmgr/model/packed_bytes.h"
 
 // The file: "zorvown" and the format's version, in all eight bytes; size of the front (4
 // bytes); checksum of the front (8); the front: the source, then of each block size (4),
@@ -20,47 +20,9 @@ constexpr size_t kStartSize = kMagic.size() + sizeof(uint32_t) + sizeof(uint64_t
 constexpr size_t kFullBlock = size_t{8} * 1024;
 constexpr uint64_t kLargestPart = uint64_t{256} << 20;
 
-template <typename Unsigned>
-void addNumber(std::string& out, Unsigned value) {
-    unsigned char bytes[sizeof(Unsigned)];
-    storeLittleEndian(bytes, value);
-    out.append(reinterpret_cast<const char*>(bytes), sizeof(bytes));
-}
-
-void addText(std::string& out, std::string_view text) {
-    addNumber(out, static_cast<uint32_t>(text.size()));
-    out.append(text);
-}
-
 [[noreturn]] void failAsDamaged() {
     throw OperationError("the kept list of owners", "damaged, or of another state of the packages");
 }
-
-class Reader {
- public:
-    explicit Reader(std::string_view bytes) : rest(bytes) {}
-
-    bool isAtEnd() const { return rest.empty(); }
-
-    template <typename Unsigned>
-    Unsigned number() {
-        return loadLittleEndian<Unsigned>(
-            reinterpret_cast<const unsigned char*>(take(sizeof(Unsigned)).data()));
-    }
-    std::string_view text() { return take(number<uint32_t>()); }
-
- private:
-    std::string_view take(size_t size) {
-        if (size > rest.size()) {
-            failAsDamaged();
-        }
-        const std::string_view taken = rest.substr(0, size);
-        rest.remove_prefix(size);
-        return taken;
-    }
-
-    std::string_view rest;
-};
 
 std::string readAt(const UniqueFd& file, uint64_t offset, size_t size) {
     std::string bytes(size, '\0');
@@ -82,7 +44,7 @@ void writeAll(int file, std::string_view bytes) {
 
 OwnedNames::Entries readEntries(std::string_view bytes) {
     OwnedNames::Entries entries;
-    for (Reader reader(bytes); !reader.isAtEnd();) {
+    for (PackedReader reader(bytes); !reader.isAtEnd();) {
         const std::string_view name = reader.text();
         entries.emplace_back(name, reader.text());
     }
@@ -150,13 +112,13 @@ OwnerTable::OwnerTable(UniqueFd openFile, const std::string& source) : file(std:
     }
     const auto fileSize = static_cast<uint64_t>(status.st_size);
     const std::string start = readAt(file, 0, kStartSize);
-    Reader numbers(std::string_view(start).substr(kMagic.size()));
+    PackedReader numbers(std::string_view(start).substr(kMagic.size()));
     const auto frontSize = numbers.number<uint32_t>();
     if (start.compare(0, kMagic.size(), kMagic) != 0 || frontSize > std::min(fileSize, kLargestPart)) {
         failAsDamaged();
     }
     const std::string front = readAt(file, kStartSize, frontSize);
-    Reader reader(front);
+    PackedReader reader(front);
     if (numbers.number<uint64_t>() != checksumOf(front) || reader.text() != source) {
         failAsDamaged();
     }
@@ -209,7 +171,7 @@ OwnedNames OwnerTable::namesIn(const std::string& directory) const {
         return {};
     }
     const Bytes bytes = bytesOf(*--block);
-    for (Reader reader(*bytes); !reader.isAtEnd();) {
+    for (PackedReader reader(*bytes); !reader.isAtEnd();) {
         const std::string_view present = reader.text();
         const std::string_view entries = reader.text();
         if (present == directory) {

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr const char* kFileName = "package-owners";
+constexpr size_t kDirectoriesAskedLast = 16;  // threads ask in turns, each for those of its own directory
 
 // A list that is only a saving is no reason to fail.
 template <typename Work>
@@ -36,11 +37,14 @@ std::string PackageOwners::of(const std::string& path) {
     }
     const size_t slash = path.rfind('/');
     const std::string directory = path.substr(0, std::max<size_t>(slash, 1));
-    if (directory != lastDirectory) {
-        lastNames = in(directory);
-        lastDirectory = directory;
+    auto names = askedLast.find(directory);
+    if (names == askedLast.end()) {
+        if (askedLast.size() == kDirectoriesAskedLast) {
+            askedLast.clear();
+        }
+        names = askedLast.emplace(directory, in(directory)).first;
     }
-    return std::string(lastNames.ownerOf(std::string_view(path).substr(slash + 1)));
+    return std::string(names->second.ownerOf(std::string_view(path).substr(slash + 1)));
 }
 
 void PackageOwners::readAll() {

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "labelmgr/model/context.h"
 #include "labelmgr/policy/owner_table.h"
@@ -40,6 +41,5 @@ class PackageOwners {
     bool expectsMany = false;
     std::mutex mutex;  // of the table
     Table table;
-    std::string lastDirectory;
-    OwnedNames lastNames;
+    std::unordered_map<std::string, OwnedNames> askedLast;  // a few, by directory
 };

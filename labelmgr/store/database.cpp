@@ -192,7 +192,7 @@ void Database::requireSound() {
     Statement look = prepare("PRAGMA integrity_check(1)");
     const std::string found = look.step() ? look.bytes(0) : "no answer";
     if (found != "ok") {
-        throw StoreDamaged(path, "damaged: " + asOneLine(found));
+        failAsDamaged(found);
     }
 }
 
@@ -243,6 +243,10 @@ void Database::fail() const {
         reason.append(" (").append(std::strerror(systemReason)).append(")");
     }
     throw OperationError(path, reason);
+}
+
+void Database::failAsDamaged(const std::string& reason) const {
+    throw StoreDamaged(path, "damaged: " + asOneLine(reason));
 }
 
 int64_t Database::number(const char* sql) {

@@ -1,30 +1,59 @@
 #include "labelmgr/store/pending_table.h"
 
+#include "labelmgr/model/packed_bytes.h"
 #include "labelmgr/store/columns.h"
 
 namespace {
 
-PendingFile readFile(const Statement& statement) {
-    PendingFile file{statement.bytes(0), fromStored(statement.integer(1)), fromStored(statement.integer(2)),
-                     std::nullopt, statement.bytes(4)};
-    if (!statement.isNull(3)) {
-        file.former = statement.bytes(3);
-    }
-    return file;
-}
+constexpr size_t kFilesInRow = 500;
 
 }  // namespace
 
+std::string packFiles(const FilesToKeep& files) {
+    std::string bytes;
+    std::string_view previous;
+    for (const PendingFile* file : files) {
+        addTextLike(bytes, previous, file->path);
+        previous = file->path;
+        addNumber(bytes, uint64_t{file->device});
+        addNumber(bytes, uint64_t{file->inode});
+        addNumber(bytes, static_cast<uint8_t>(file->former ? 1 : 0));
+        addText(bytes, file->former.value_or(""));
+        addTextLike(bytes, file->former.value_or(""), file->wanted);
+    }
+    return bytes;
+}
+
+std::vector<PendingFile> unpackFiles(std::string_view bytes) {
+    std::vector<PendingFile> files;
+    std::string previous;
+    for (PackedReader reader(bytes); !reader.isAtEnd();) {
+        PendingFile file;
+        file.path = reader.textLike(previous);
+        previous = file.path;
+        file.device = static_cast<dev_t>(reader.number<uint64_t>());
+        file.inode = static_cast<ino_t>(reader.number<uint64_t>());
+        const bool hadLabel = reader.number<uint8_t>() != 0;
+        const std::string_view former = reader.text();
+        if (hadLabel) {
+            file.former = former;
+        }
+        file.wanted = reader.textLike(former);
+        files.push_back(std::move(file));
+    }
+    return files;
+}
+
 bool PendingTable::isEmpty() {
     return database.number(
-               "SELECT EXISTS(SELECT 1 FROM pending_record) OR EXISTS(SELECT 1 FROM pending_file WHERE "
+               "SELECT EXISTS(SELECT 1 FROM pending_record) OR EXISTS(SELECT 1 FROM pending_files WHERE "
                "is_left = 0)") == 0;
 }
 
 void PendingTable::clear() {
     database.execute("DELETE FROM pending_record");
-    database.execute(hasLeftLabels() ? "DELETE FROM pending_file WHERE is_left = 0"
-                                     : "DELETE FROM pending_file");  // all are dropped at once
+    database.execute(hasLeftLabels() ? "DELETE FROM pending_files WHERE is_left = 0"
+                                     : "DELETE FROM pending_files");  // all are dropped at once
 }
 
 void PendingTable::showFormerValues() {
@@ -38,14 +67,12 @@ INSERT INTO temp.user_value(set_order, field, is_pattern, target, package, file,
 }
 
 bool PendingTable::hasLeftLabels() {
-    return database.number("SELECT EXISTS(SELECT 1 FROM pending_file WHERE is_left = 1)") != 0;
+    return database.number("SELECT EXISTS(SELECT 1 FROM pending_files WHERE is_left = 1)") != 0;
 }
 
-void PendingTable::setLeftLabels(const std::vector<PendingFile>& files) {
-    database.execute("DELETE FROM pending_file WHERE is_left = 1");
-    for (const PendingFile& file : files) {
-        insert(file, true);
-    }
+void PendingTable::setLeftLabels(const FilesToKeep& files) {
+    database.execute("DELETE FROM pending_files WHERE is_left = 1");
+    insert(files, true);
 }
 
 void PendingTable::add(const FormerRecord& record) {
@@ -71,31 +98,45 @@ std::vector<FormerRecord> PendingTable::records() {
     return records;
 }
 
-void PendingTable::add(const PendingFile& file) {
-    insert(file, false);
+void PendingTable::add(const FilesToKeep& files) {
+    insert(files, false);
 }
 
-void PendingTable::insert(const PendingFile& file, bool isLeft) {
-    Statement statement = database.prepare(
-        "INSERT INTO pending_file(path, device, inode, former, wanted, is_left)"
-        " VALUES(?, ?, ?, ?, ?, ?)");
-    statement.bind(file.path).bind(toStored(file.device)).bind(toStored(file.inode));
-    file.former ? statement.bind(*file.former) : statement.bindNull();
-    statement.bind(file.wanted).bind(isLeft ? 1 : 0).run();
+void PendingTable::insert(const FilesToKeep& files, bool isLeft) {
+    Statement statement = database.prepare("INSERT INTO pending_files(files, is_left) VALUES(?, ?)");
+    for (auto next = files.begin(); next != files.end();) {
+        const auto end = next + std::min<ptrdiff_t>(kFilesInRow, files.end() - next);
+        statement.bind(packFiles({next, end})).bind(isLeft ? 1 : 0).run();
+        next = end;
+    }
+}
+
+template <typename Work>
+void PendingTable::forEachFile(Work work) {
+    Statement statement = database.prepare("SELECT files FROM pending_files ORDER BY id");
+    try {
+        while (statement.step()) {
+            for (PendingFile& file : unpackFiles(statement.bytes(0))) {
+                work(file);
+            }
+        }
+    } catch (const BytesDamaged& damage) {
+        database.failAsDamaged(damage.what());
+    }
 }
 
 std::vector<PendingFile> PendingTable::files() {
-    Statement statement =
-        database.prepare("SELECT path, device, inode, former, wanted FROM pending_file ORDER BY id");
     std::vector<PendingFile> files;
-    while (statement.step()) {
-        files.push_back(readFile(statement));
-    }
+    forEachFile([&](PendingFile& file) { files.push_back(std::move(file)); });
     return files;
 }
 
 std::optional<PendingFile> PendingTable::file(const std::string& path) {
-    Statement statement = database.prepare(
-        "SELECT path, device, inode, former, wanted FROM pending_file WHERE path = ? ORDER BY id");
-    return statement.bind(path).step() ? std::optional(readFile(statement)) : std::nullopt;
+    std::optional<PendingFile> found;
+    forEachFile([&](PendingFile& file) {
+        if (!found && file.path == path) {
+            found = std::move(file);
+        }
+    });
+    return found;
 }

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -24,6 +25,13 @@ struct PendingFile {
     std::string wanted;
 };
 
+// Many files as the bytes of one row: a row each costs a change of 100,000 files as much
+// as writing their labels does. A path stands as what it adds to the one before it, a
+// wanted label as what it adds to the former one. Throws BytesDamaged.
+using FilesToKeep = std::vector<const PendingFile*>;
+std::string packFiles(const FilesToKeep& files);
+std::vector<PendingFile> unpackFiles(std::string_view bytes);
+
 // The change under way: everything that is needed to take it back. It stands here from
 // before the first label is written until all of them are on disk.
 class PendingTable {
@@ -41,18 +49,20 @@ class PendingTable {
     // Labels of changes that were taken back but for these, which could not be put back
     // yet.
     bool hasLeftLabels();
-    void setLeftLabels(const std::vector<PendingFile>& files);
+    void setLeftLabels(const FilesToKeep& files);
 
     void add(const FormerRecord& record);
     std::vector<FormerRecord> records();
 
-    void add(const PendingFile& file);
+    void add(const FilesToKeep& files);
     // Those that are left, too.
     std::vector<PendingFile> files();
     std::optional<PendingFile> file(const std::string& path);
 
  private:
-    void insert(const PendingFile& file, bool isLeft);
+    void insert(const FilesToKeep& files, bool isLeft);
+    template <typename Work>
+    void forEachFile(Work work);
 
     Database& database;
 };

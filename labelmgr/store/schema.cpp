@@ -1,5 +1,8 @@
 #include "labelmgr/store/schema.h"
 
+#include "labelmgr/store/columns.h"
+#include "labelmgr/store/pending_table.h"
+
 namespace {
 
 // Targets, names and messages are bytes. An order is never used twice, so that "set last"
@@ -20,18 +23,17 @@ CREATE TABLE scan_change(
     UNIQUE(field, is_pattern, target)) STRICT;
 )";
 
-constexpr const char* kPendingTables = R"(
+constexpr const char* kPendingRecords = R"(
 CREATE TABLE pending_record(
     id INTEGER PRIMARY KEY,
     field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,
     previous_order INTEGER NOT NULL,  -- 0: there was no value
     package INTEGER NOT NULL, file INTEGER NOT NULL, path INTEGER NOT NULL) STRICT;
-CREATE TABLE pending_file(
-    id INTEGER PRIMARY KEY, path BLOB NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL,
-    former BLOB,  -- null: there was no label
-    wanted BLOB NOT NULL,
+)";
+constexpr const char* kPendingFiles = R"(
+CREATE TABLE pending_files(
+    id INTEGER PRIMARY KEY, files BLOB NOT NULL,
     is_left INTEGER NOT NULL DEFAULT 0) STRICT;  -- 1: of a change that is taken back otherwise
-PRAGMA user_version = 2;
 )";
 
 // Version 1 did not keep the labels that a change replaced. A change of it that was left
@@ -49,6 +51,26 @@ DELETE FROM scan WHERE EXISTS(SELECT 1 FROM pending_change);
 INSERT INTO scan SELECT 1, 0 FROM pending_change LIMIT 1;
 DROP TABLE pending_change;
 )";
+
+// Version 2 had a row for each file.
+void takeOverFiles(Database& database) {
+    for (const bool areLeft : {false, true}) {
+        std::vector<PendingFile> files;
+        Statement statement = database.prepare(
+            "SELECT path, device, inode, former, wanted FROM pending_file WHERE is_left = ? ORDER BY id");
+        statement.bind(areLeft ? 1 : 0);
+        while (statement.step()) {
+            files.push_back(
+                {statement.bytes(0), fromStored(statement.integer(1)), fromStored(statement.integer(2)),
+                 statement.isNull(3) ? std::nullopt : std::optional(statement.bytes(3)), statement.bytes(4)});
+        }
+        FilesToKeep kept;
+        for (const PendingFile& file : files) {
+            kept.push_back(&file);
+        }
+        areLeft ? PendingTable(database).setLeftLabels(kept) : PendingTable(database).add(kept);
+    }
+}
 
 }  // namespace
 
@@ -74,7 +96,29 @@ void bringToPresentVersion(Database& database, const std::string& path) {
         database.execute("PRAGMA journal_mode = WAL");
     }
     Transaction transaction(database);
-    database.executeAll(version == 0 ? kTables : kFromVersion1);
-    database.executeAll(kPendingTables);
+    if (version < 2) {
+        database.executeAll(version == 0 ? kTables : kFromVersion1);
+        database.executeAll(kPendingRecords);
+    }
+    database.executeAll(kPendingFiles);
+    if (version == 2) {
+        takeOverFiles(database);
+        database.executeAll("DROP TABLE pending_file");
+    }
+    database.executeAll("PRAGMA user_version = 3");
     transaction.commit();
+}
+
+void showAsPresentVersion(Database& database, int version) {
+    if (version == kSchemaVersion) {
+        return;
+    }
+    database.executeAll("CREATE TEMP TABLE pending_files(id INTEGER PRIMARY KEY, files, is_left)");
+    if (version == 2) {
+        takeOverFiles(database);
+    } else {
+        database.executeAll(
+            "CREATE TEMP TABLE pending_record(id, field, is_pattern, target, previous_order, package, file,"
+            " path)");
+    }
 }

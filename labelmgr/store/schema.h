@@ -11,4 +11,8 @@ int schemaVersion(Database& database, const std::string& path);
 // Makes the tables of the present version, or of those of an older one.
 void bringToPresentVersion(Database& database, const std::string& path);
 
-constexpr int kSchemaVersion = 2;
+// The same for a connection that only reads, and writes nothing. Changes under way in a
+// store of version 1 are not seen.
+void showAsPresentVersion(Database& database, int version);
+
+constexpr int kSchemaVersion = 3;

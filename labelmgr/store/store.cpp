@@ -22,11 +22,7 @@ std::optional<Store> Store::openToRead(const std::string& directory) {
         return std::nullopt;
     }
     store.isOlder = version < kSchemaVersion;
-    if (store.isOlder) {
-        store.database->executeAll(
-            "CREATE TEMP TABLE pending_record(id, field, is_pattern, target, previous_order, package,"
-            " file, path); CREATE TEMP TABLE pending_file(id, path, device, inode, former, wanted, is_left)");
-    }
+    showAsPresentVersion(*store.database, version);
     return store;
 }
 

@@ -206,7 +206,7 @@ TEST_F(Changes, LeaveNewerStoresAndTakeOverOlderOnes) {
 
     // A store of the first version whose process died with a set of 9 under way.
     shell("sqlite3 " + database +
-          " \"PRAGMA user_version = 1; DROP TABLE pending_record; DROP TABLE pending_file;"
+          " \"PRAGMA user_version = 1; DROP TABLE pending_record; DROP TABLE pending_files;"
           " CREATE TABLE pending_change(id INTEGER PRIMARY KEY, operation BLOB NOT NULL,"
           " field INTEGER NOT NULL, is_pattern INTEGER NOT NULL, target BLOB NOT NULL,"
           " previous_order INTEGER NOT NULL, package INTEGER NOT NULL, file INTEGER NOT NULL,"
@@ -214,6 +214,21 @@ TEST_F(Changes, LeaveNewerStoresAndTakeOverOlderOnes) {
           " INSERT INTO pending_change SELECT 1, X'00', field, 0, target, 1, 1, 0, 0 FROM user_value;"
           " UPDATE user_value SET package = 9, set_order = 2\"");
     setLabelAttribute(file, std::string(48, '0') + "0900000020");
+    EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11");
+
+    // One of the second, whose process died with the label of such a set written.
+    const std::string former = labelAttribute(file);
+    struct stat status {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    shell("sqlite3 " + database +
+          " \"PRAGMA user_version = 2; DROP TABLE pending_files;"
+          " CREATE TABLE pending_file(id INTEGER PRIMARY KEY, path BLOB NOT NULL, device INTEGER NOT NULL,"
+          " inode INTEGER NOT NULL, former BLOB, wanted BLOB NOT NULL, is_left INTEGER NOT NULL) STRICT;"
+          " INSERT INTO pending_file SELECT 1, target, " +
+          std::to_string(status.st_dev) + ", " + std::to_string(status.st_ino) + ", X'" + former +
+          "', X'AB', 0 FROM user_value\"");
+    EXPECT_EQ(Store::openToRead(stateDirectory())->pending().file(file)->wanted, "\xAB");
+    setLabelAttribute(file, "AB");
     EXPECT_EQ(listedTids() + std::to_string(tidOf(file)), file + "=11");
 }
 
@@ -262,8 +277,9 @@ TEST_F(Changes, WaitForLabelsThatCannotBePutBack) {
         const PinnedFile pin(processContext(), file);
         Store store = Store::openToWrite(stateDirectory());  // a change that dies with its label written
         Transaction transaction = store.begin();
-        store.pending().add(
-            PendingFile{file, pin.device(), pin.inode(), pin.label(), "of a change that was not told"});
+        const PendingFile pending{file, pin.device(), pin.inode(), pin.label(),
+                                  "of a change that was not told"};
+        store.pending().add(FilesToKeep{&pending});
         transaction.commit();
         pin.setLabel("of a change that was not told");
     }

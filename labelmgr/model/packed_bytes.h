@@ -1,0 +1,77 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "label/byte_order.h"
+#include "labelmgr/model/operation_error.h"
+
+// Numbers and texts one behind the other: numbers little-endian, before each text its
+// length in four bytes.
+
+// What is read is not what was written.
+class BytesDamaged : public OperationError {
+ public:
+    BytesDamaged() : OperationError("damaged") {}
+};
+
+template <typename Unsigned>
+void addNumber(std::string& out, Unsigned value) {
+    unsigned char bytes[sizeof(Unsigned)];
+    storeLittleEndian(bytes, value);
+    out.append(reinterpret_cast<const char*>(bytes), sizeof(bytes));
+}
+
+// Throws OperationError for 4 GiB and more.
+inline void addText(std::string& out, std::string_view text) {
+    if (text.size() > std::numeric_limits<uint32_t>::max()) {
+        throw OperationError("a text of 4 GiB cannot be kept");
+    }
+    addNumber(out, static_cast<uint32_t>(text.size()));
+    out.append(text);
+}
+
+// A text that may begin as another one does, without what they have in common.
+inline void addTextLike(std::string& out, std::string_view other, std::string_view text) {
+    const auto differ = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first;
+    addNumber(out, static_cast<uint32_t>(differ - text.begin()));
+    addText(out, text.substr(static_cast<size_t>(differ - text.begin())));
+}
+
+// Reads them; the bytes must outlive it and the texts that it answers. Throws
+// BytesDamaged.
+class PackedReader {
+ public:
+    explicit PackedReader(std::string_view bytes) : rest(bytes) {}
+
+    bool isAtEnd() const { return rest.empty(); }
+
+    template <typename Unsigned>
+    Unsigned number() {
+        return loadLittleEndian<Unsigned>(
+            reinterpret_cast<const unsigned char*>(take(sizeof(Unsigned)).data()));
+    }
+    std::string_view text() { return take(number<uint32_t>()); }
+    std::string textLike(std::string_view other) {
+        const auto common = number<uint32_t>();
+        if (common > other.size()) {
+            throw BytesDamaged();
+        }
+        return std::string(other.substr(0, common)).append(text());
+    }
+
+ private:
+    std::string_view take(size_t size) {
+        if (size > rest.size()) {
+            throw BytesDamaged();
+        }
+        const std::string_view taken = rest.substr(0, size);
+        rest.remove_prefix(size);
+        return taken;
+    }
+
+    std::string_view rest;
+};

@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr size_t kMessagesAtOnce = 500;
+
 // Sets and removes records, and answers what they replace.
 std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps) {
     std::vector<FormerRecord> former;
@@ -64,10 +66,16 @@ void keepPending(Store& store, const std::vector<FormerRecord>& records, const C
 void tell(Store& store, const ChangePlan& plan) {
     FeedTable feed = store.feed();
     feed.trim();
+    std::vector<std::string> messages;
     for (const ChangedFile& changed : plan.files) {
-        feed.add(messagesOf(changed));
+        addMessages(changed, messages);
+        if (messages.size() >= kMessagesAtOnce) {
+            feed.add(messages);
+            messages.clear();
+        }
     }
-    feed.add(plan.packageMessages);
+    messages.insert(messages.end(), plan.packageMessages.begin(), plan.packageMessages.end());
+    feed.add(messages);
 }
 
 // A file that is gone, or refuses its label, and is not needed is left out. False when it

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <numeric>
 #include <set>
 #include <sys/resource.h>
 
@@ -58,10 +59,15 @@ ChangedFiles filesOfSteps(const Context& context, const std::vector<ChangeStep>&
             found.emplace_back(std::move(file), FileStep{&step, !step.target.isPattern});
         }
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const auto& left, const auto& right) { return left.first.path < right.first.path; });
+    std::vector<size_t> order(found.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    sortInThreads(order, [&](size_t left, size_t right) {
+        const int difference = found[left].first.path.compare(found[right].first.path);
+        return difference != 0 ? difference < 0 : left < right;
+    });
     ChangedFiles changed;
-    for (auto& [file, step] : found) {
+    for (const size_t number : order) {
+        auto& [file, step] = found[number];
         if (changed.empty() || changed.back().file.path != file.path) {
             take(file, changed.emplace_back());
         }
@@ -203,13 +209,12 @@ std::string valueTold(const ChangeStep& step, const PendingFile& file) {
 
 }  // namespace
 
-std::vector<std::string> messagesOf(const ChangedFile& file) {
-    std::vector<std::string> messages;
+void addMessages(const ChangedFile& file, std::vector<std::string>& messages) {
     for (const FileStep& told : file.steps) {
-        messages.push_back(changeMessage("file", operationOf(told.step->kind, told.step->target.field),
-                                         file.file.path, valueTold(*told.step, file.file)));
+        const std::string operation = operationOf(told.step->kind, told.step->target.field);
+        messages.push_back(
+            changeMessage("file", operation, file.file.path, valueTold(*told.step, file.file)));
     }
-    return messages;
 }
 
 FoundFiles filesOf(const Context& context, const Target& target) {

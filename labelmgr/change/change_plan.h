@@ -26,8 +26,8 @@ struct ChangePlan {
 // OperationError.
 ChangePlan planFiles(Store& store, const Context& context, const std::vector<ChangeStep>& steps);
 
-// What is told of a file.
-std::vector<std::string> messagesOf(const ChangedFile& file);
+// Adds what is told of a file.
+void addMessages(const ChangedFile& file, std::vector<std::string>& messages);
 
 // The files that a target stands for; one that it names itself is not looked at.
 FoundFiles filesOf(const Context& context, const Target& target);

@@ -1,5 +1,6 @@
 #include "labelmgr/model/message_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -13,36 +14,41 @@ bool partsWords(unsigned char byte) {
     return isControl(byte) || byte == ' ' || byte == '\\';
 }
 
-std::string escape(std::string_view bytes, bool (*isEscaped)(unsigned char)) {
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (!isEscaped(byte)) {
-            text.push_back(c);
-            continue;
+// Long runs need no escape.
+void addEscaped(std::string& text, std::string_view bytes, bool (*isEscaped)(unsigned char)) {
+    while (!bytes.empty()) {
+        const auto escaped = std::find_if(bytes.begin(), bytes.end(), isEscaped);
+        text.append(bytes.begin(), escaped);
+        bytes.remove_prefix(static_cast<size_t>(escaped - bytes.begin()));
+        if (!bytes.empty()) {
+            std::array<char, 5> octal{};
+            std::snprintf(octal.data(), octal.size(), "\\%03o",
+                          unsigned{static_cast<unsigned char>(bytes.front())});
+            text.append(octal.data());
+            bytes.remove_prefix(1);
         }
-        std::array<char, 5> octal{};
-        std::snprintf(octal.data(), octal.size(), "\\%03o", unsigned{byte});
-        text.append(octal.data());
     }
-    return text;
 }
 
 }  // namespace
 
 std::string asOneLine(std::string_view bytes) {
-    return escape(bytes, isControl);
+    std::string text;
+    addEscaped(text, bytes, isControl);
+    return text;
 }
 
 std::string asOneWord(std::string_view bytes) {
-    return escape(bytes, partsWords);
+    std::string text;
+    addEscaped(text, bytes, partsWords);
+    return text;
 }
 
 std::string changeMessage(std::string_view topic, std::string_view operation, std::string_view target,
                           std::string_view value) {
     std::string message(topic);
     for (const std::string_view word : {operation, target, value}) {
-        message.append(1, ' ').append(asOneWord(word));
+        addEscaped(message.append(1, ' '), word, partsWords);
     }
     return message;
 }

@@ -5,10 +5,24 @@ void FeedTable::trim() {
         "DELETE FROM change_feed WHERE sequence <= (SELECT max(sequence) FROM change_feed) - 100000");
 }
 
+// Many rows at once, since each statement writes down the newest number.
 void FeedTable::add(const std::vector<std::string>& messages) {
-    Statement statement = database.prepare("INSERT INTO change_feed(message) VALUES(?)");
-    for (const std::string& message : messages) {
-        statement.bind(message).run();
+    constexpr size_t kMany = 50;
+    static const std::string kAddOne = "INSERT INTO change_feed(message) VALUES(?)";
+    static const std::string kAddMany = [] {
+        std::string sql = kAddOne;
+        for (size_t i = 1; i < kMany; ++i) {
+            sql.append(",(?)");
+        }
+        return sql;
+    }();
+    for (auto next = messages.begin(); next != messages.end();) {
+        const bool areMany = messages.end() - next >= ptrdiff_t{kMany};
+        Statement statement = database.prepare(areMany ? kAddMany.c_str() : kAddOne.c_str());
+        for (const auto end = next + (areMany ? kMany : 1); next != end; ++next) {
+            statement.bind(*next);
+        }
+        statement.run();
     }
 }
 

@@ -92,10 +92,11 @@ std::optional<FileSystemKind> MountTable::kindOf(dev_t device) {
 int lookAt(int directory, const char* name, EntryStatus& status) {
     constexpr int kFlags = AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
     struct statx answer {};
-    if (statx(directory, name, kFlags, STATX_TYPE | STATX_MODE | STATX_INO | STATX_NLINK, &answer) != 0) {
+    constexpr unsigned int kAsked = STATX_TYPE | STATX_MODE | STATX_INO | STATX_NLINK | STATX_MNT_ID;
+    if (statx(directory, name, kFlags, kAsked, &answer) != 0) {
         return errno;
     }
     status = {makedev(answer.stx_dev_major, answer.stx_dev_minor), answer.stx_ino, answer.stx_mode,
-              answer.stx_nlink};
+              answer.stx_nlink, (answer.stx_mask & STATX_MNT_ID) != 0 ? answer.stx_mnt_id : 0};
     return 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -44,6 +45,7 @@ struct EntryStatus {
     ino_t inode = 0;
     mode_t mode = 0;
     nlink_t links = 0;
+    uint64_t mount = 0;  // 0 where the kernel does not tell (before 5.8)
 };
 
 // Of an entry of an open directory, links not followed, or with an empty name of what the

@@ -45,6 +45,7 @@ void take(SeenFile& seen, ChangedFile& changed) {
     changed.file.inode = seen.status.inode;
     changed.file.former = std::move(seen.label);
     changed.mode = seen.status.mode;
+    changed.mount = seen.status.mount;
     changed.reason = seen.reason;
 }
 
@@ -54,7 +55,9 @@ ChangedFiles filesOfSteps(const Context& context, const std::vector<ChangeStep>&
     for (const ChangeStep& step : steps) {
         FoundFiles files = filesOf(context, step.target);
         failed += files.unreadable;
-        found.reserve(std::max(found.capacity(), found.size() + files.files.size()));
+        if (step.target.isPattern) {
+            found.reserve(found.size() + files.files.size());
+        }
         for (SeenFile& file : files.files) {
             found.emplace_back(std::move(file), FileStep{&step, !step.target.isPattern});
         }
@@ -156,7 +159,7 @@ class FilePlanner {
             noteRight(file);
             return;
         }
-        if (!changed.isNeeded && isReadOnly(file.path, file.device)) {
+        if (!changed.isNeeded && isReadOnly(changed)) {
             throw FileRefuses(file.path, std::strerror(EROFS));
         }
         writesLabels = true;
@@ -168,11 +171,11 @@ class FilePlanner {
         }
     }
 
-    // Each file system is asked once.
-    bool isReadOnly(const std::string& path, dev_t device) {
-        const auto [entry, isNew] = readOnlyDevices.try_emplace(device);
+    // Each mount is asked once.
+    bool isReadOnly(const ChangedFile& changed) {
+        const auto [entry, isNew] = readOnlyMounts.try_emplace({changed.file.device, changed.mount});
         if (isNew) {
-            entry->second = PinnedFile(context, path).isOnReadOnlyFileSystem();
+            entry->second = PinnedFile(context, changed.file.path).isOnReadOnlyFileSystem();
         }
         return entry->second;
     }
@@ -198,7 +201,7 @@ class FilePlanner {
     const Context& context;
     LabelDeriver& deriver;
     bool isSingleFile;
-    std::map<dev_t, bool> readOnlyDevices;
+    std::map<std::pair<dev_t, uint64_t>, bool> readOnlyMounts;
     std::set<dev_t> rightDevices;
 };
 

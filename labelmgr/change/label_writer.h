@@ -25,6 +25,7 @@ struct ChangedFile {
     std::unique_ptr<PinnedFile> pin = nullptr;
     std::vector<FileStep> steps = {};  // once it is planned those that are told, one message each
     mode_t mode = 0;
+    uint64_t mount = 0;
     int reason = 0;          // for throwFileError: why it could not be looked at
     bool isNeeded = false;   // without it the change fails
     bool isLeftOut = false;  // it did not take its label, and that is not told

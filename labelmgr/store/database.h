@@ -13,7 +13,7 @@
 #include "labelmgr/model/operation_error.h"
 
 // Owners of SQLite's handles. A failure throws OperationError with the database's path
-// and SQLite's reason. One connection belongs to one thread of one process.
+// and SQLite's reason. One connection is used by one thread at a time, of one process.
 //
 // The database has a write-ahead journal. SQLite would share an index of it between
 // processes in a mapped file, and a full disk under a mapped file ends the process. Here

@@ -65,7 +65,8 @@ TEST(OthersTrees, KeepTheLabelsOfExchangedFilesApart) {
     clearFileTid();
 }
 
-// A user's file whose attribute space is full costs one line, not the pattern.
+// A user's file whose attribute space is full costs one line, not the pattern, and so does
+// a read-only mount of a part of it.
 TEST(OthersTrees, HaveNoVeto) {
     const TemporaryTree tree;
     const WithoutPackages without;
@@ -75,12 +76,18 @@ TEST(OthersTrees, HaveNoVeto) {
     const std::string filler(4000, 'x');
     require(setxattr(full.c_str(), "user.filler", filler.data(), filler.size(), 0) == 0, full);
     const std::string pattern = disk.mountPoint + "/*";
+    const std::string fixed = tree.directory("mounted/fixed");
+    for (const unsigned int flags : {0U | MS_BIND, 0U | MS_BIND | MS_REMOUNT | MS_RDONLY}) {
+        require(mount(fixed.c_str(), fixed.c_str(), nullptr, flags, nullptr) == 0, fixed);
+    }
 
     CapturedLog log;
     EXPECT_NE(setFileTid(pattern.c_str(), 5, 1), 0);  // tells it
-    EXPECT_THAT(errorsOf(log), testing::ElementsAre(HasSubstr(full + ": No space left on device"),
-                                                    HasSubstr(pattern + ": 1 of its files did not take it")));
+    EXPECT_THAT(errorsOf(log), testing::ElementsAre(HasSubstr(fixed + ": Read-only file system"),
+                                                    HasSubstr(full + ": No space left on device"),
+                                                    HasSubstr(pattern + ": 2 of its files did not take it")));
     EXPECT_EQ(tidOf(other), 5U);
+    umount2(fixed.c_str(), MNT_DETACH);
     UserSetRecord* records = nullptr;
     EXPECT_EQ(showUserSetFileTid(&records), 1);
     std::free(records);

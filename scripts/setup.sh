@@ -81,14 +81,15 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "setup: installing: $packages"
 export DEBIAN_FRONTEND=noninteractive
-# With apt's progress on a terminal.
+# With apt's progress on a terminal. A machine that updates itself holds apt's lock for a while.
 install() {
-    apt-get update -qq
+    wait=-oDPkg::Lock::Timeout=120
+    apt-get "$wait" update -qq
     # shellcheck disable=SC2086 # a list of words
     if [ -t 1 ]; then
-        apt-get install -y --no-install-recommends $packages
+        apt-get "$wait" install -y --no-install-recommends $packages
     else
-        apt-get install -y -qq --no-install-recommends $packages >/dev/null
+        apt-get "$wait" install -y -qq --no-install-recommends $packages >/dev/null
     fi
 }
 install

@@ -52,9 +52,10 @@ INSERT INTO scan SELECT 1, 0 FROM pending_change LIMIT 1;
 DROP TABLE pending_change;
 )";
 
-// Version 2 had a row for each file.
+// Version 2 had a row for each file. What is left is older than a change under way, and
+// must be put back after it.
 void takeOverFiles(Database& database) {
-    for (const bool areLeft : {false, true}) {
+    for (const bool areLeft : {true, false}) {
         std::vector<PendingFile> files;
         Statement statement = database.prepare(
             "SELECT path, device, inode, former, wanted FROM pending_file WHERE is_left = ? ORDER BY id");

@@ -120,8 +120,8 @@ void PendingTable::forEachFile(Work work) {
                 work(file);
             }
         }
-    } catch (const BytesDamaged& damage) {
-        database.failAsDamaged(damage.what());
+    } catch (const BytesDamaged&) {
+        database.failAsDamaged("the list of files of a change under way");
     }
 }
 

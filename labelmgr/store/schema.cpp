@@ -32,7 +32,7 @@ CREATE TABLE pending_record(
 )";
 constexpr const char* kPendingFiles = R"(
 CREATE TABLE pending_files(
-    id INTEGER PRIMARY KEY, files BLOB NOT NULL,
+    id INTEGER PRIMARY KEY, files BLOB NOT NULL, checksum INTEGER NOT NULL,
     is_left INTEGER NOT NULL DEFAULT 0) STRICT;  -- 1: of a change that is taken back otherwise
 )";
 
@@ -114,7 +114,7 @@ void showAsPresentVersion(Database& database, int version) {
     if (version == kSchemaVersion) {
         return;
     }
-    database.executeAll("CREATE TEMP TABLE pending_files(id INTEGER PRIMARY KEY, files, is_left)");
+    database.executeAll("CREATE TEMP TABLE pending_files(id INTEGER PRIMARY KEY, files, checksum, is_left)");
     if (version == 2) {
         takeOverFiles(database);
     } else {

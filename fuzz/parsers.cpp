@@ -19,6 +19,7 @@
 #include "label/label_error.h"
 #include "labelmgr/files/mount_table.h"
 #include "labelmgr/model/operation_error.h"
+#include "labelmgr/model/packed_bytes.h"
 #include "labelmgr/policy/owner_table.h"
 #include "labelmgr/policy/package_answers.h"
 #include "labelmgr/policy/policy_file.h"

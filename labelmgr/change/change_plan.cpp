@@ -55,8 +55,8 @@ ChangedFiles filesOfSteps(const Context& context, const std::vector<ChangeStep>&
     for (const ChangeStep& step : steps) {
         FoundFiles files = filesOf(context, step.target);
         failed += files.unreadable;
-        if (step.target.isPattern) {
-            found.reserve(found.size() + files.files.size());
+        if (found.empty()) {  // only then: thousands of patterns would copy it as often
+            found.reserve(files.files.size());
         }
         for (SeenFile& file : files.files) {
             found.emplace_back(std::move(file), FileStep{&step, !step.target.isPattern});
@@ -133,14 +133,13 @@ class FilePlanner {
             if (file.isNeeded) {
                 throw;
             }
-            ZORV_LOG(error, "%s", failure.what());
-            ++failed;
+            refusals.emplace(file.file.path, failure.what());
         }
         file.isLeftOut = true;
     }
 
     bool writesLabels = false;
-    size_t failed = 0;
+    std::map<std::string, std::string> refusals;  // why, by path
     std::vector<std::string> rightFiles;
 
  private:
@@ -237,16 +236,21 @@ ChangePlan planFiles(Store& store, const Context& context, const std::vector<Cha
     LabelDeriver deriver(&store, facts);
     deriver.expectFiles(plan.files.size());
     const bool isSingle = steps.size() == 1 && !steps.front().target.isPattern;
-    std::mutex mutex;  // of the plan but for its files
+    std::map<std::string, std::string> refusals;
+    std::mutex mutex;  // of these, and of the plan but for its files
     const auto planPieces = [&](Pieces& pieces) {
         FilePlanner planner(context, deriver, isSingle);
         pieces.forEachNumber([&](size_t number) { planner.plan(plan.files[number]); });
         const std::lock_guard<std::mutex> lock(mutex);
         plan.writesLabels |= planner.writesLabels;
-        plan.failed += planner.failed;
+        refusals.merge(planner.refusals);
         plan.rightFiles.insert(plan.rightFiles.end(), planner.rightFiles.begin(), planner.rightFiles.end());
     };
     inThreads(plan.files.size(), planPieces, [] {});
+    for (const auto& refusal : refusals) {
+        ZORV_LOG(error, "%s", refusal.second.c_str());
+    }
+    plan.failed += refusals.size();
     const auto last = std::find_if(plan.files.rbegin(), plan.files.rend(),
                                    [](const ChangedFile& file) { return !file.isLeftOut; });
     if (last != plan.files.rend()) {

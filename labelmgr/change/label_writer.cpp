@@ -1,5 +1,6 @@
 #include "labelmgr/change/label_writer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <unistd.h>
 #include <utility>
@@ -106,6 +107,7 @@ FilesToKeep LabelWriter::takeBack(const ChangedFiles& files) {
         }
         left.push_back(&file);
     }
+    std::reverse(left.begin(), left.end());  // the next time the last is the first again
     return left;
 }
 

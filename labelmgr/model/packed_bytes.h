@@ -18,6 +18,15 @@ class BytesDamaged : public OperationError {
     BytesDamaged() : OperationError("damaged") {}
 };
 
+// Of any one byte that differs the sum is another.
+inline uint64_t checksumOf(std::string_view bytes) {  // FNV-1a
+    uint64_t sum = 0xcbf29ce484222325;
+    for (const char c : bytes) {
+        sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+    }
+    return sum;
+}
+
 template <typename Unsigned>
 void addNumber(std::string& out, Unsigned value) {
     unsigned char bytes[sizeof(Unsigned)];

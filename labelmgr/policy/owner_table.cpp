@@ -53,14 +53,6 @@ OwnedNames::Entries readEntries(std::string_view bytes) {
 
 }  // namespace
 
-uint64_t checksumOf(std::string_view bytes) {  // FNV-1a
-    uint64_t sum = 0xcbf29ce484222325;
-    for (const char c : bytes) {
-        sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-    }
-    return sum;
-}
-
 std::string_view OwnedNames::ownerOf(std::string_view name) const {
     const auto found = std::lower_bound(entries.begin(), entries.end(), name,
                                         [](const auto& entry, auto wanted) { return entry.first < wanted; });

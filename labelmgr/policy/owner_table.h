@@ -33,9 +33,6 @@ class OwnedNames {
     std::shared_ptr<const std::string> bytes;
 };
 
-// Of any one byte that differs the sum is another.
-uint64_t checksumOf(std::string_view bytes);
-
 using OwnersByDirectory = std::unordered_map<std::string, OwnedNames::Entries>;
 
 // Any number of threads may search one table. What is damaged throws OperationError.

@@ -103,25 +103,31 @@ void PendingTable::add(const FilesToKeep& files) {
 }
 
 void PendingTable::insert(const FilesToKeep& files, bool isLeft) {
-    Statement statement = database.prepare("INSERT INTO pending_files(files, is_left) VALUES(?, ?)");
+    Statement statement =
+        database.prepare("INSERT INTO pending_files(files, checksum, is_left) VALUES(?, ?, ?)");
     for (auto next = files.begin(); next != files.end();) {
         const auto end = next + std::min<ptrdiff_t>(kFilesInRow, files.end() - next);
-        statement.bind(packFiles({next, end})).bind(isLeft ? 1 : 0).run();
+        const std::string bytes = packFiles({next, end});
+        statement.bind(bytes).bind(toStored(checksumOf(bytes))).bind(isLeft ? 1 : 0).run();
         next = end;
     }
 }
 
 template <typename Work>
 void PendingTable::forEachFile(Work work) {
-    Statement statement = database.prepare("SELECT files FROM pending_files ORDER BY id");
+    Statement statement = database.prepare("SELECT files, checksum FROM pending_files ORDER BY id");
     try {
         while (statement.step()) {
-            for (PendingFile& file : unpackFiles(statement.bytes(0))) {
+            const std::string bytes = statement.bytes(0);
+            if (checksumOf(bytes) != fromStored(statement.integer(1))) {
+                throw BytesDamaged();  // one bad byte of a path would lead all after it astray
+            }
+            for (PendingFile& file : unpackFiles(bytes)) {
                 work(file);
             }
         }
-    } catch (const BytesDamaged& damage) {
-        database.failAsDamaged(damage.what());
+    } catch (const BytesDamaged&) {
+        database.failAsDamaged("the list of files of a change under way");
     }
 }
 

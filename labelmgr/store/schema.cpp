@@ -32,7 +32,7 @@ CREATE TABLE pending_record(
 )";
 constexpr const char* kPendingFiles = R"(
 CREATE TABLE pending_files(
-    id INTEGER PRIMARY KEY, files BLOB NOT NULL,
+    id INTEGER PRIMARY KEY, files BLOB NOT NULL, checksum INTEGER NOT NULL,
     is_left INTEGER NOT NULL DEFAULT 0) STRICT;  -- 1: of a change that is taken back otherwise
 )";
 
@@ -52,9 +52,10 @@ INSERT INTO scan SELECT 1, 0 FROM pending_change LIMIT 1;
 DROP TABLE pending_change;
 )";
 
-// Version 2 had a row for each file.
+// Version 2 had a row for each file. What is left is older than a change under way, and
+// must be put back after it.
 void takeOverFiles(Database& database) {
-    for (const bool areLeft : {false, true}) {
+    for (const bool areLeft : {true, false}) {
         std::vector<PendingFile> files;
         Statement statement = database.prepare(
             "SELECT path, device, inode, former, wanted FROM pending_file WHERE is_left = ? ORDER BY id");
@@ -113,7 +114,7 @@ void showAsPresentVersion(Database& database, int version) {
     if (version == kSchemaVersion) {
         return;
     }
-    database.executeAll("CREATE TEMP TABLE pending_files(id INTEGER PRIMARY KEY, files, is_left)");
+    database.executeAll("CREATE TEMP TABLE pending_files(id INTEGER PRIMARY KEY, files, checksum, is_left)");
     if (version == 2) {
         takeOverFiles(database);
     } else {

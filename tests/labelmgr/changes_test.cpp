@@ -283,6 +283,13 @@ TEST_F(Changes, WaitForLabelsThatCannotBePutBack) {
         transaction.commit();
         pin.setLabel("of a change that was not told");
     }
+    const std::string turnChecksum =
+        "sqlite3 " + stateDirectory() + "/label.db 'UPDATE pending_files SET checksum = ~checksum'";
+    shell(turnChecksum);
+    CapturedLog log;
+    EXPECT_NE(setFileTid(tree.file("other").c_str(), 1, 0), 0);
+    EXPECT_THAT(log.take(), testing::Contains(testing::HasSubstr("damaged: the list of files of a change")));
+    shell(turnChecksum);
     const std::string aside = tree.directory("aside");
     ASSERT_EQ(mount(tree.path("mounted").c_str(), aside.c_str(), nullptr, MS_MOVE, nullptr), 0);
     EXPECT_EQ(listedTids(), file + "=1");

@@ -65,8 +65,8 @@ TEST(OthersTrees, KeepTheLabelsOfExchangedFilesApart) {
     clearFileTid();
 }
 
-// A user's file whose attribute space is full costs one line, not the pattern, and so does
-// a read-only mount of a part of it.
+// A user's file whose attribute space is full costs one line, not the pattern, and so
+// does a read-only mount of a part of it.
 TEST(OthersTrees, HaveNoVeto) {
     const TemporaryTree tree;
     const WithoutPackages without;

@@ -129,7 +129,7 @@ void readKeptOwners(const std::string& input) {
     searchOwners(file);
 
     constexpr size_t kFrontSize = 4 + 6 + 4 + 8 + 4;
-    file = std::string("zorvown\1", 8) + std::string(kFront - 8 + kFrontSize, '\0') + input;
+    file = std::string("zorvown\2", 8) + std::string(kFront - 8 + kFrontSize, '\0') + input;
     storeLittleEndian(at(8), static_cast<uint32_t>(kFrontSize));
     storeLittleEndian(at(kFront), uint32_t{6});
     file.replace(kFront + 4, 6, "source");

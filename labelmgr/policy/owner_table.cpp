@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::string_view kMagic("zorvown\1", 8);
+constexpr std::string_view kMagic("zorvown\2", 8);
 constexpr size_t kStartSize = kMagic.size() + sizeof(uint32_t) + sizeof(uint64_t);
 constexpr size_t kFullBlock = size_t{8} * 1024;
 constexpr uint64_t kLargestPart = uint64_t{256} << 20;

@@ -34,7 +34,7 @@ unfit='SwappedWalkers.StayInTheTreeAtEachSystemCall:Processes.AreReadFromTheSyst
 
 debootstrap --variant=minbase bookworm "$work/base" >"$work/output" 2>&1
 for architecture; do
-    triplet=$(dpkg-architecture -a"$architecture" -qDEB_HOST_MULTIARCH 2>/dev/null)
+    triplet=$(dpkg-architecture -a"$architecture" -qDEB_HOST_GNU_TYPE 2>/dev/null)
     processor=$(dpkg-architecture -a"$architecture" -qDEB_HOST_GNU_CPU 2>/dev/null)
     emulator=/usr/bin/qemu-${processor/powerpc/ppc}-static
     skipped=$unfit

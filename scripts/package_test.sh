@@ -38,7 +38,7 @@ if [ -n "${release:-}" ]; then
     scripts/package_test/elsewhere.sh "$release"
     exit
 fi
-for part in packages installation use replacement removal development; do
+for part in packages installation use replacement removal development rpm; do
     echo "package_test: $part"
     "scripts/package_test/$part.sh" "$base"
 done

@@ -50,4 +50,5 @@ tid: "1f"
 END
     export ANSIBLE_HOME=$work/ansible ANSIBLE_COLLECTIONS_PATH=$work/collections ANSIBLE_PIPELINING=1 ANSIBLE_NOCOLOR=1
     export ANSIBLE_CALLBACK_RESULT_FORMAT=yaml ANSIBLE_INVENTORY=$work/inventory
+    export ANSIBLE_SSH_CONTROL_PATH_DIR=$work/ssh # not in the home directory, where another run would find its connections
 }

@@ -32,6 +32,10 @@ struct FakeDatabase : PackageDatabase {
         return {std::make_shared<const OwnerTable>(parseOwners(lines)), isOfState};
     }
     std::optional<DatabaseState> state() const override { return current; }
+    void becomes(const std::optional<DatabaseState>& state) {
+        current = state;
+        afterwards = state;
+    }
 
     std::string package = "old";
     mutable std::optional<DatabaseState> current = DatabaseState{"state", true};
@@ -127,11 +131,11 @@ TEST_F(KeptOwners, AreOfOneStateOfTheDatabase) {
     EXPECT_EQ(answer(), "old 1");
     EXPECT_EQ(answer(), "old 0");
     database->package = "new";
-    database->current = database->afterwards = DatabaseState{"state", false};  // may still change
+    database->becomes(DatabaseState{"state", false});  // may still change
     EXPECT_EQ(answer(), "asked 0");
-    database->current = database->afterwards = std::nullopt;
+    database->becomes(std::nullopt);
     EXPECT_EQ(answer(), "asked 0");
-    database->current = database->afterwards = DatabaseState{"state", true};
+    database->becomes(DatabaseState{"state", true});
     database->isOfState = false;
     EXPECT_EQ(answer(), "new 1");
     EXPECT_EQ(answer(), "new 1");

@@ -109,7 +109,7 @@ TEST_F(State, ServesAnAdministratorsSession) {
 TEST_F(State, RefusesFilesWithTheLineAndChangesNothing) {
     const std::string endless = "\"" + std::string(3 << 20, 'x');
     for (const auto& [content, reason] : std::vector<std::pair<std::string, std::string>>{
-             {"", "1: syntax error"},
+             {"", "1: "},  // in words that differ between versions of the JSON library
              {"HEAD NEXT NEXT2 ]", "1: syntax error"},
              {"HEAD NEXT NEXT2 END\n{}", "2: syntax error"},
              {"{\n\"version\":2", "2: version 2 is not known"},

@@ -7,17 +7,17 @@ void FeedTable::trim() {
 
 // Many rows at once, since each statement writes down the newest number.
 void FeedTable::add(const std::vector<std::string>& messages) {
-    constexpr size_t kMany = 50;
+    constexpr ptrdiff_t kMany = 50;
     static const std::string kAddOne = "INSERT INTO change_feed(message) VALUES(?)";
     static const std::string kAddMany = [] {
         std::string sql = kAddOne;
-        for (size_t i = 1; i < kMany; ++i) {
+        for (ptrdiff_t i = 1; i < kMany; ++i) {
             sql.append(",(?)");
         }
         return sql;
     }();
     for (auto next = messages.begin(); next != messages.end();) {
-        const bool areMany = messages.end() - next >= ptrdiff_t{kMany};
+        const bool areMany = messages.end() - next >= kMany;
         Statement statement = database.prepare(areMany ? kAddMany.c_str() : kAddOne.c_str());
         for (const auto end = next + (areMany ? kMany : 1); next != end; ++next) {
             statement.bind(*next);

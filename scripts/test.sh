@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 about() {
     case $1 in
     check) echo "5 formatting, shell scripts, manual pages, layers" ;;
-    tidy) echo "360 clang++ with clang-tidy, and the reference of the headers" ;;
+    tidy) echo "780 clang++ with clang-tidy, and the reference of the headers" ;;
     fuzz) echo "40 build with clang++, and parsers of foreign bytes on their seeds" ;;
     asan) echo "130 build and tests with the address and undefined behaviour sanitizers" ;;
     tsan) echo "150 build and tests with the thread sanitizer" ;;

@@ -20,7 +20,7 @@ Unsigned loadLittleEndian(const unsigned char* in) {
     static_assert(std::is_unsigned_v<Unsigned>);
     Unsigned value = 0;
     for (size_t i = 0; i < sizeof(Unsigned); ++i) {
-        value |= static_cast<Unsigned>(in[i]) << (8 * i);
+        value = static_cast<Unsigned>(value | static_cast<Unsigned>(in[i]) << (8 * i));
     }
     return value;
 }

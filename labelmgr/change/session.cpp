@@ -10,9 +10,7 @@ Store openToChange(const Context& context, std::chrono::seconds patience) {
 }
 
 std::optional<Store> openToChangeIfThere(const Context& context) {
-    // Closed again at once: a process has one connection.
-    const bool isThere = Store::openToRead(context.stateDirectory).has_value();
-    return isThere ? std::optional(openToChange(context)) : std::nullopt;
+    return Store::isThere(context.stateDirectory) ? std::optional(openToChange(context)) : std::nullopt;
 }
 
 std::optional<Store> openToRead(const Context& context) {

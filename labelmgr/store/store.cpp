@@ -26,6 +26,12 @@ std::optional<Store> Store::openToRead(const std::string& directory) {
     return store;
 }
 
+bool Store::isThere(const std::string& directory) {
+    constexpr auto kIfMissing = StateDirectory::IfMissing::kAnswerNothing;
+    const std::optional<StateDirectory> stateDirectory = StateDirectory::open(directory, kIfMissing);
+    return stateDirectory && stateDirectory->database(kIfMissing);
+}
+
 Store Store::openToWrite(const std::string& directory, std::chrono::seconds patience) {
     constexpr auto kIfMissing = StateDirectory::IfMissing::kCreate;
     std::optional<StateDirectory> stateDirectory = StateDirectory::open(directory, kIfMissing);

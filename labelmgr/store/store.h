@@ -24,6 +24,8 @@ class Store {
     // As it was at the last commit; nothing where nothing was ever set. Creates nothing,
     // and works on a full or read-only file system.
     static std::optional<Store> openToRead(const std::string& directory);
+    // Whether there is a database, of whatever content: without opening it.
+    static bool isThere(const std::string& directory);
     // Creates what is missing, and keeps other writers out as long as it lives. StoreBusy
     // when they do not let go.
     static Store openToWrite(const std::string& directory,

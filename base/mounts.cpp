@@ -1,7 +1,6 @@
 #include "base/mounts.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <iterator>
@@ -9,7 +8,8 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
+
+#include "base/whole_file.h"
 
 namespace {
 
@@ -73,17 +73,12 @@ std::optional<FileSystemKind> MountTable::kindOf(dev_t device) {
         if (!list) {
             return std::nullopt;
         }
-        std::string text;
-        std::array<char, 4096> piece;
-        ssize_t size = 0;
-        while ((size = read(list.get(), piece.data(), piece.size())) > 0) {
-            text.append(piece.data(), static_cast<size_t>(size));
-        }
-        if (size < 0 || text.empty()) {
+        const std::optional<std::string> text = wholeFile(list.get());
+        if (!text || text->empty()) {
             list.reset();
             return std::nullopt;
         }
-        kinds = parseMounts(text);
+        kinds = parseMounts(*text);
     }
     const auto found = kinds.find(device);
     return found != kinds.end() ? found->second : FileSystemKind::kLocal;

@@ -127,14 +127,8 @@ std::vector<PackageStep> packageStepsOf(const Difference& difference) {
 ChangePlan planOf(Store& store, const Context& context, const std::vector<ChangeStep>& steps,
                   const std::vector<PackageStep>& packages) {
     Transaction transaction = store.begin();
+    changeRecords(store, steps);
     changePackageIds(store, packages);
-    for (const ChangeStep& step : steps) {
-        if (step.kind == ChangeKind::kSet) {
-            store.userValues().set(step.target, step.value);
-        } else {
-            store.userValues().remove(step.target);
-        }
-    }
     return planFiles(store, context, steps);
 }
 

@@ -12,16 +12,14 @@ bool isSame(const FieldValue& left, const FieldValue& right) {
 
 // Goes through two sorted lists side by side: work gets those that belong together, null
 // for what one of them does not have.
-template <typename Record, typename IsBefore, typename Work>
-void inPairs(const std::vector<Record>& present, const std::vector<Record>& wanted, IsBefore isBeforeOther,
-             Work work) {
+template <typename Record, typename Work>
+void inPairs(const std::vector<Record>& present, const std::vector<Record>& wanted, Work work) {
+    const RecordOrder isBefore;
     auto left = present.begin();
     auto right = wanted.begin();
     while (left != present.end() || right != wanted.end()) {
-        const bool hasLeft =
-            left != present.end() && (right == wanted.end() || !isBeforeOther(*right, *left));
-        const bool hasRight =
-            right != wanted.end() && (left == present.end() || !isBeforeOther(*left, *right));
+        const bool hasLeft = left != present.end() && (right == wanted.end() || !isBefore(*right, *left));
+        const bool hasRight = right != wanted.end() && (left == present.end() || !isBefore(*left, *right));
         work(hasLeft ? &*left++ : nullptr, hasRight ? &*right++ : nullptr);
     }
 }
@@ -77,35 +75,26 @@ void addPatterns(Difference& difference, std::vector<const ValueRecord*> present
 
 Difference differenceOf(const Records& present, const Records& wanted, bool keepsOthers) {
     Difference difference;
-    inPairs(
-        present.paths, wanted.paths,
-        [](const ValueRecord& left, const ValueRecord& right) { return isBefore(left.target, right.target); },
-        [&](const ValueRecord* left, const ValueRecord* right) {
-            if (left != nullptr && right == nullptr && !keepsOthers) {
-                difference.values.push_back({left->target, left->value, std::nullopt});
-            } else if (right != nullptr && (left == nullptr || !isSame(left->value, right->value))) {
-                difference.values.push_back({right->target,
-                                             left != nullptr ? std::optional(left->value) : std::nullopt,
-                                             right->value});
-            }
-        });
+    inPairs(present.paths, wanted.paths, [&](const ValueRecord* left, const ValueRecord* right) {
+        if (left != nullptr && right == nullptr && !keepsOthers) {
+            difference.values.push_back({left->target, left->value, std::nullopt});
+        } else if (right != nullptr && (left == nullptr || !isSame(left->value, right->value))) {
+            difference.values.push_back(
+                {right->target, left != nullptr ? std::optional(left->value) : std::nullopt, right->value});
+        }
+    });
     for (const Field field : kFields) {
         addPatterns(difference, ofField(present.patterns, field), ofField(wanted.patterns, field),
                     keepsOthers);
     }
-    inPairs(
-        present.packages, wanted.packages,
-        [](const PackageRecord& left, const PackageRecord& right) {
-            return left.package.name < right.package.name;
-        },
-        [&](const PackageRecord* left, const PackageRecord* right) {
-            if (left != nullptr && right == nullptr && !keepsOthers) {
-                difference.packages.push_back({left->package.name, left->package.id, std::nullopt});
-            } else if (right != nullptr && (left == nullptr || left->package.id != right->package.id)) {
-                difference.packages.push_back(
-                    {right->package.name, left != nullptr ? std::optional(left->package.id) : std::nullopt,
-                     right->package.id});
-            }
-        });
+    inPairs(present.packages, wanted.packages, [&](const PackageRecord* left, const PackageRecord* right) {
+        if (left != nullptr && right == nullptr && !keepsOthers) {
+            difference.packages.push_back({left->package.name, left->package.id, std::nullopt});
+        } else if (right != nullptr && (left == nullptr || left->package.id != right->package.id)) {
+            difference.packages.push_back({right->package.name,
+                                           left != nullptr ? std::optional(left->package.id) : std::nullopt,
+                                           right->package.id});
+        }
+    });
     return difference;
 }

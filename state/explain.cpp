@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <optional>
 
 #include "labelmgr/change/session.h"
@@ -19,14 +18,6 @@ struct Origin {
     Json record;
 };
 
-template <typename Value>
-const std::string* firstMatching(const PatternRules<Value>& rules, const std::string& path) {
-    const auto found = std::find_if(rules.begin(), rules.end(), [&path](const PatternRule<Value>& rule) {
-        return matchesPattern(rule.pattern, path);
-    });
-    return found != rules.end() ? &found->pattern : nullptr;
-}
-
 Origin simpleOrigin(const char* from, const std::string& text) {
     return {text, {{"from", from}}};
 }
@@ -46,16 +37,16 @@ class Explanation {
         }
         const PatternRules<FieldValue> rules =
             store != nullptr ? store->userValues().patterns(field) : PatternRules<FieldValue>();
-        if (const std::string* pattern = firstMatching(rules, path)) {
-            Origin origin = simpleOrigin("pattern", "set for the pattern " + asOneLine(*pattern));
-            addName(origin.record, "pattern", *pattern);
+        if (const PatternRule<FieldValue>* rule = firstRule(rules, path)) {
+            Origin origin = simpleOrigin("pattern", "set for the pattern " + asOneLine(rule->pattern));
+            addName(origin.record, "pattern", rule->pattern);
             return origin;
         }
         switch (field) {
             case Field::kTid:
-                return ofPolicy("tid", facts.policy().tids, path);
+                return ofPolicy(kTidSection, facts.policy().tids, path);
             case Field::kInheritFlag:
-                return ofPolicy("inherit_flag", facts.policy().inheritFlags, path);
+                return ofPolicy(kInheritFlagSection, facts.policy().inheritFlags, path);
             case Field::kSid:
                 if (!isExecutableFile(file.mode())) {
                     return simpleOrigin("default", "no file that may be executed");
@@ -68,22 +59,16 @@ class Explanation {
     }
 
     // The rule by which a full labelling leaves a path alone.
-    std::optional<Origin> exclusionOf(std::string path) {
-        for (;;) {
-            if (const std::string* pattern = firstMatching(facts.policy().excluded, path)) {
-                return ofRule("exclude", *pattern);
-            }
-            if (path == "/") {
-                return std::nullopt;
-            }
-            path.resize(std::max<size_t>(path.rfind('/'), 1));
-        }
+    std::optional<Origin> exclusionOf(const std::string& path) {
+        const auto* rule = firstOfPathAndAbove(
+            path, [this](const std::string& above) { return firstRule(facts.policy().excluded, above); });
+        return rule != nullptr ? std::optional(ofRule(kExcludeSection, rule->pattern)) : std::nullopt;
     }
 
  private:
     Origin ofPolicy(const char* section, const PatternRules<uint32_t>& rules, const std::string& path) {
-        const std::string* pattern = firstMatching(rules, path);
-        return pattern != nullptr ? ofRule(section, *pattern) : simpleOrigin("default", "no rule matches");
+        const PatternRule<uint32_t>* rule = firstRule(rules, path);
+        return rule != nullptr ? ofRule(section, rule->pattern) : simpleOrigin("default", "no rule matches");
     }
 
     Origin ofRule(const char* section, const std::string& pattern) {

@@ -15,7 +15,7 @@ OperationError errorAt(const std::string& fileName, size_t line, const std::stri
 }
 
 bool isBeforeOther(const ValueRecord* left, const ValueRecord* right) {
-    return isBefore(left->target, right->target);
+    return RecordOrder()(*left, *right);
 }
 
 Lines sorted(const std::vector<ValueRecord>& records) {
@@ -85,14 +85,8 @@ void resolveNames(Records& wanted, const Records& present, const std::string& fi
     Resolver resolver(fileName, allowsMissing);
     resolver.resolve(wanted.paths, present.paths);
     resolver.resolve(wanted.patterns, present.patterns);
-    std::sort(wanted.paths.begin(), wanted.paths.end(),
-              [](const ValueRecord& left, const ValueRecord& right) {
-                  return isBefore(left.target, right.target);
-              });
-    std::stable_sort(wanted.packages.begin(), wanted.packages.end(),
-                     [](const PackageRecord& left, const PackageRecord& right) {
-                         return left.package.name < right.package.name;
-                     });
+    std::sort(wanted.paths.begin(), wanted.paths.end(), RecordOrder());
+    std::stable_sort(wanted.packages.begin(), wanted.packages.end(), RecordOrder());
     for (size_t i = 1; i < wanted.packages.size(); ++i) {
         if (wanted.packages[i - 1].package.name == wanted.packages[i].package.name) {
             throw errorAt(fileName, wanted.packages[i].line,

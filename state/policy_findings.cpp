@@ -11,13 +11,11 @@
 
 namespace {
 
-constexpr const char* kExclude = "exclude";
-
 bool hasValues(const std::string& section) {
-    return section == "tid" || section == "inherit_flag";
+    return section == kTidSection || section == kInheritFlagSection;
 }
 bool isKnown(const std::string& section) {
-    return hasValues(section) || section == kExclude;
+    return hasValues(section) || section == kExcludeSection;
 }
 
 std::string_view literalPart(std::string_view pattern) {

@@ -1,16 +1,15 @@
 #include "state/policy_text.h"
 
 #include <algorithm>
-#include <array>
+#include <optional>
 #include <sstream>
-#include <unistd.h>
 
+#include "base/whole_file.h"
 #include "common/string_utils.h"
 #include "labelmgr/model/operation_error.h"
+#include "labelmgr/policy/policy_file.h"
 
 namespace {
-
-constexpr size_t kLargestText = 16 << 20;  // of what the label manager takes
 
 PolicyLine lineOf(const std::string& text, size_t number, std::string& section) {
     PolicyLine line{number, PolicyLine::Kind::kOther, section, text, {}};
@@ -52,16 +51,15 @@ size_t lineOfRule(const std::vector<PolicyLine>& lines, std::string_view section
 }
 
 std::string policyText(const UniqueFd& file, const std::string& path) {
-    std::string text;
-    std::array<char, 65536> buffer{};
-    for (ssize_t got = 0; file && (got = read(file.get(), buffer.data(), buffer.size())) != 0;) {
-        if (got < 0) {
-            throw systemError(path);
-        }
-        text.append(buffer.data(), static_cast<size_t>(got));
-        if (text.size() > kLargestText) {
-            throw OperationError(path, "larger than 16 MiB");
-        }
+    if (!file) {
+        return {};
     }
-    return text;
+    std::optional<std::string> text = wholeFile(file.get(), kLargestPolicy + 1);
+    if (!text) {
+        throw systemError(path);
+    }
+    if (text->size() > kLargestPolicy) {
+        throw OperationError(path, "larger than 16 MiB");
+    }
+    return std::move(*text);
 }

@@ -16,17 +16,18 @@ Records recordsOf(UserValueTable userValues, PackageIdTable packageIds) {
             records.patterns.push_back({{field, true, std::move(rule.pattern)}, rule.value});
         });
     }
-    std::sort(records.paths.begin(), records.paths.end(),
-              [](const ValueRecord& left, const ValueRecord& right) {
-                  return isBefore(left.target, right.target);
-              });
+    std::sort(records.paths.begin(), records.paths.end(), RecordOrder());
     for (PackageId& package : packageIds.all()) {
         records.packages.push_back({std::move(package)});
     }
     return records;
 }
 
-bool isBefore(const Target& left, const Target& right) {
-    const int order = left.text.compare(right.text);
-    return order != 0 ? order < 0 : left.field < right.field;
+bool RecordOrder::operator()(const ValueRecord& left, const ValueRecord& right) const {
+    const int order = left.target.text.compare(right.target.text);
+    return order != 0 ? order < 0 : left.target.field < right.target.field;
+}
+
+bool RecordOrder::operator()(const PackageRecord& left, const PackageRecord& right) const {
+    return left.package.name < right.package.name;
 }

@@ -29,5 +29,9 @@ struct Records {
 // OperationError.
 Records recordsOf(UserValueTable userValues, PackageIdTable packageIds);
 
-// The order of paths in Records, and in a state file: bytes of the path, then field.
-bool isBefore(const Target& left, const Target& right);
+// The order of paths and of packages in Records, and in a state file: bytes of the path,
+// then field; bytes of the name.
+struct RecordOrder {
+    bool operator()(const ValueRecord& left, const ValueRecord& right) const;
+    bool operator()(const PackageRecord& left, const PackageRecord& right) const;
+};

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "base/attribute_at.h"
 #include "labelmgr/change/session.h"
 #include "labelmgr/files/canonical_path.h"
+#include "labelmgr/files/label_bytes.h"
 #include "labelmgr/port/process_context.h"
 #include "labelmgr/scan/label_snapshot.h"
 #include "labelmgr/scan/label_visitor.h"
@@ -22,8 +22,6 @@
 #include "state/progress.h"
 
 namespace {
-
-constexpr size_t kLargestAttribute = 65536;  // of any
 
 struct Counts {
     std::atomic<unsigned long> right{0};
@@ -68,36 +66,11 @@ class Comparison : public SnapshotVisitor {
 
  private:
     void visitLabelled(const WalkEntry& entry, const Label& label) override {
-        const std::string wanted = encodeLabel(label);
-        std::array<char, 128> present{};  // more than the largest label
-        const ssize_t got = getAttributeAt(entry.directory, entry.name, context.attribute.c_str(),
-                                           present.data(), present.size());
-        if (got >= 0 && wanted == std::string_view(present.data(), static_cast<size_t>(got))) {
-            ++counts.right;
-            if (hasSeveralNames(entry.status)) {
-                const std::lock_guard<std::mutex> lock(mutex);
-                rightFiles.insert(idOf(entry.status));
-            }
-        } else if (got >= 0) {
-            compare(entry, std::string(present.data(), static_cast<size_t>(got)), wanted);
-        } else {
-            lookAgain(entry, errno, wanted);
-        }
-    }
-
-    void lookAgain(const WalkEntry& entry, int reason, const std::string& wanted) {
-        switch (reason) {
-            case ENODATA:
-                tell(entry.path, std::nullopt, wanted);
+        LabelBytes present;
+        switch (const int reason = readLabelAt(entry.directory, entry.name, context.attribute, present)) {
+            case 0:
+                compare(entry, present, encodeLabel(label));
                 break;
-            case ERANGE: {
-                std::string bytes(kLargestAttribute, '\0');
-                const ssize_t got = getAttributeAt(entry.directory, entry.name, context.attribute.c_str(),
-                                                   bytes.data(), bytes.size());
-                bytes.resize(got >= 0 ? static_cast<size_t>(got) : 0);
-                compare(entry, bytes, wanted);
-                break;
-            }
             case ENOTSUP:
                 leaveFileSystem(entry);
                 break;
@@ -108,11 +81,17 @@ class Comparison : public SnapshotVisitor {
         }
     }
 
-    void compare(const WalkEntry& entry, const std::string& present, const std::string& wanted) {
-        if (hasSeveralNames(entry.status)) {
+    void compare(const WalkEntry& entry, const LabelBytes& present, const std::string& wanted) {
+        const bool isRight = present == wanted;
+        counts.right += isRight ? 1 : 0;
+        if (hasSeveralNames(entry.status) && present) {
             const std::lock_guard<std::mutex> lock(mutex);
-            names.push_back({idOf(entry.status), entry.path, present, wanted});
-        } else {
+            if (isRight) {
+                rightFiles.insert(idOf(entry.status));
+            } else {
+                names.push_back({idOf(entry.status), entry.path, *present, wanted});
+            }
+        } else if (!isRight) {
             tell(entry.path, present, wanted);
         }
     }

@@ -15,30 +15,6 @@ namespace {
 
 constexpr size_t kMessagesAtOnce = 500;
 
-// Sets and removes records, and answers what they replace.
-std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps) {
-    std::vector<FormerRecord> former;
-    for (const ChangeStep& step : steps) {
-        store.scan().noteChange(step.target);
-        if (writesWholeLabel(step.kind)) {
-            continue;
-        }
-        former.push_back({step.target, store.userValues().find(step.target)});
-        if (step.kind == ChangeKind::kSet) {
-            store.userValues().set(step.target, step.value);
-        } else {
-            store.userValues().remove(step.target);
-        }
-    }
-    return former;
-}
-
-void putBack(Store& store, const std::vector<FormerPackageId>& packages) {
-    for (const FormerPackageId& former : packages) {
-        store.packageIds().putBack(former);
-    }
-}
-
 std::vector<std::string> messagesOf(const std::vector<PackageStep>& packages) {
     std::vector<std::string> messages;
     for (const PackageStep& step : packages) {
@@ -145,6 +121,23 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan,
 
 }  // namespace
 
+std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps) {
+    std::vector<FormerRecord> former;
+    for (const ChangeStep& step : steps) {
+        store.scan().noteChange(step.target);
+        if (writesWholeLabel(step.kind)) {
+            continue;
+        }
+        former.push_back({step.target, store.userValues().find(step.target)});
+        if (step.kind == ChangeKind::kSet) {
+            store.userValues().set(step.target, step.value);
+        } else {
+            store.userValues().remove(step.target);
+        }
+    }
+    return former;
+}
+
 std::vector<FormerPackageId> changePackageIds(Store& store, const std::vector<PackageStep>& packages) {
     std::vector<FormerPackageId> former;
     for (const PackageStep& step : packages) {
@@ -171,7 +164,7 @@ std::string carryOut(Store& store, const Context& context, const std::vector<Cha
         plan.packageMessages = messagesOf(packages);
         if (plan.writesLabels) {
             keepPending(store, ifItFails.formerRecords, plan.files);
-            putBack(store, ifItFails.formerPackages);
+            store.packageIds().putBack(ifItFails.formerPackages);
         } else {  // the first commit is the only one
             flushRightFiles(context, plan);
             tell(store, plan);

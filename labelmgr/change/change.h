@@ -50,6 +50,7 @@ class PartlyDone : public OperationError {
 std::string carryOut(Store& store, const Context& context, const std::vector<ChangeStep>& steps,
                      const std::vector<PackageStep>& packages = {});
 
-// Sets and removes the package ids in the store, and answers what they replace. For
-// looking at what a change would do.
+// Set and remove the records and the package ids in the store, and answer what they
+// replace. For looking at what a change would do.
+std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps);
 std::vector<FormerPackageId> changePackageIds(Store& store, const std::vector<PackageStep>& packages);

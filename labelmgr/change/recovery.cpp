@@ -59,9 +59,7 @@ bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
             }
             Transaction transaction = store.begin();
             putRecordsBack(store, change.formerRecords);
-            for (const FormerPackageId& package : change.formerPackages) {
-                store.packageIds().putBack(package);
-            }
+            store.packageIds().putBack(change.formerPackages);
             store.feed().withdraw(change.lastMessage, change.messages);
             transaction.commit();
             return true;

@@ -61,16 +61,16 @@ Pin pinPath(const std::string& path, Remote remote) {
     return pin;
 }
 
+bool canBeWritten(int descriptor) {
+    struct statvfs fileSystem {};
+    return fstatvfs(descriptor, &fileSystem) != 0 || (fileSystem.f_flag & ST_RDONLY) == 0;
+}
+
 PinnedFile::PinnedFile(const Context& context, std::string canonicalPath, Pin pinned)
     : name(std::move(canonicalPath)),
       attribute(context.attribute),
       pin(std::move(pinned)),
       nameInProc("/proc/self/fd/" + std::to_string(pin.descriptor.get())) {}
-
-bool PinnedFile::isOnReadOnlyFileSystem() const {
-    struct statvfs fileSystem {};
-    return fstatvfs(pin.descriptor.get(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
-}
 
 LabelBytes PinnedFile::label() const {
     LabelBytes label;

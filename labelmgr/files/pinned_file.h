@@ -35,6 +35,10 @@ int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry);
 // An entry that is not pinned.
 int lookBelow(const Pin& directory, const char* name, EntryStatus& status);
 
+// Whether what a descriptor stands for can be written on its mount. True where that cannot
+// be told.
+bool canBeWritten(int descriptor);
+
 // Such a file with its label.
 class PinnedFile {
  public:
@@ -47,7 +51,7 @@ class PinnedFile {
     dev_t device() const { return pin.status.device; }
     ino_t inode() const { return pin.status.inode; }
 
-    bool isOnReadOnlyFileSystem() const;
+    bool isOnReadOnlyFileSystem() const { return !canBeWritten(pin.descriptor.get()); }
 
     LabelBytes label() const;
     // 0, or errno; it throws where no label can be read.

@@ -14,8 +14,10 @@ bool partsWords(unsigned char byte) {
     return isControl(byte) || byte == ' ' || byte == '\\';
 }
 
+using IsEscaped = bool(unsigned char);
+
 // Long runs need no escape.
-void addEscaped(std::string& text, std::string_view bytes, bool (*isEscaped)(unsigned char)) {
+void addEscaped(std::string& text, std::string_view bytes, IsEscaped* isEscaped) {
     while (!bytes.empty()) {
         const auto escaped = std::find_if(bytes.begin(), bytes.end(), isEscaped);
         text.append(bytes.begin(), escaped);
@@ -30,18 +32,20 @@ void addEscaped(std::string& text, std::string_view bytes, bool (*isEscaped)(uns
     }
 }
 
-}  // namespace
-
-std::string asOneLine(std::string_view bytes) {
+std::string escaped(std::string_view bytes, IsEscaped* isEscaped) {
     std::string text;
-    addEscaped(text, bytes, isControl);
+    addEscaped(text, bytes, isEscaped);
     return text;
 }
 
+}  // namespace
+
+std::string asOneLine(std::string_view bytes) {
+    return escaped(bytes, isControl);
+}
+
 std::string asOneWord(std::string_view bytes) {
-    std::string text;
-    addEscaped(text, bytes, partsWords);
-    return text;
+    return escaped(bytes, partsWords);
 }
 
 std::string changeMessage(std::string_view topic, std::string_view operation, std::string_view target,

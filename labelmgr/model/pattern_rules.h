@@ -62,14 +62,20 @@ const PatternRule<Value>& asRule(const PatternRule<Value>* candidate) {
     return *candidate;
 }
 
-// The value of the first rule that matches, of PatternRules or CandidateRules; null when
-// none does.
+// The first rule that matches, of PatternRules or CandidateRules; null when none does.
 template <typename Rules>
-const auto* firstMatch(const Rules& rules, const std::string& path) {
+const auto* firstRule(const Rules& rules, const std::string& path) {
     const auto found = std::find_if(rules.begin(), rules.end(), [&path](const auto& rule) {
         return matchesPattern(asRule(rule).pattern, path);
     });
-    return found != rules.end() ? &asRule(*found).value : nullptr;
+    return found != rules.end() ? &asRule(*found) : nullptr;
+}
+
+// Its value, or null.
+template <typename Rules>
+const auto* firstMatch(const Rules& rules, const std::string& path) {
+    const auto* rule = firstRule(rules, path);
+    return rule != nullptr ? &rule->value : nullptr;
 }
 
 // The same value, or 0.
@@ -77,4 +83,16 @@ template <typename Rules>
 uint32_t matchedNumber(const Rules& rules, const std::string& path) {
     const uint32_t* value = firstMatch(rules, path);
     return value != nullptr ? *value : 0;
+}
+
+// What holds for a directory and all below it: the first answer, of the path itself or
+// else of the nearest directory above it, that is not false; else the one of "/".
+template <typename Ask>
+auto firstOfPathAndAbove(std::string path, Ask ask) {
+    auto answer = ask(path);
+    while (!answer && path != "/") {
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+        answer = ask(path);
+    }
+    return answer;
 }

@@ -6,10 +6,6 @@
 
 namespace {
 
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
-
 constexpr std::string_view kUsr = "/usr";
 
 // Whether a path is in one of the directories that moved below /usr, or one itself.
@@ -83,7 +79,7 @@ std::string asDpkgPattern(const std::string& path) {
 }
 
 std::string nameBeforeMerge(const std::string& path) {
-    if (!startsWith(path, kUsr)) {
+    if (!path.starts_with(kUsr)) {
         return {};
     }
     const std::string rest = path.substr(kUsr.size());
@@ -94,7 +90,7 @@ std::vector<std::string> parseInstalled(const std::vector<std::string>& lines) {
     constexpr std::string_view kInstalled = "installed ";
     std::vector<std::string> names;
     for (const std::string& line : lines) {
-        if (startsWith(line, kInstalled)) {
+        if (line.starts_with(kInstalled)) {
             names.push_back(line.substr(kInstalled.size()));
         }
     }
@@ -124,9 +120,9 @@ OwnersByDirectory parseOwners(const std::vector<std::string>& lines) {
     OwnerCollector beforeMerge;
     std::string_view package;
     for (const std::string_view line : lines) {
-        if (startsWith(line, "\t")) {
+        if (line.starts_with("\t")) {
             package = line.substr(1);
-        } else if (startsWith(line, " /") || startsWith(line, "normal /")) {
+        } else if (line.starts_with(" /") || line.starts_with("normal /")) {
             const std::string_view path = line.substr(line.find('/'));
             listed.add(path, package);
             if (isFromBeforeMerge(path)) {

@@ -17,10 +17,6 @@
 
 namespace {
 
-constexpr off_t kLargestPolicy = 16 << 20;
-constexpr const char* kTids = "tid";
-constexpr const char* kInheritFlags = "inherit_flag";
-
 // A line that begins with a bracket, in what can be read of a file; true also when it
 // cannot.
 bool mayHaveSection(const UniqueFd& file) {
@@ -80,7 +76,7 @@ PatternRules<uint32_t> readRules(const PolicySections& sections, const std::stri
 
 std::optional<uint32_t> parseRuleValue(std::string_view section, const std::string& text) {
     const std::optional<uint32_t> value = parseHexadecimal(text);
-    const bool isGood = section != kInheritFlags || value == 0U || value == 5U || value == 7U;
+    const bool isGood = section != kInheritFlagSection || value == 0U || value == 5U || value == 7U;
     return isGood ? value : std::nullopt;
 }
 
@@ -90,9 +86,9 @@ bool isAskedBefore(const std::string& pattern, const std::string& other) {
 
 Policy policyOf(const PolicySections& sections, const std::string& fileName) {
     Policy policy;
-    policy.tids = readRules(sections, fileName, kTids);
-    policy.inheritFlags = readRules(sections, fileName, kInheritFlags);
-    if (const auto excluded = sections.find("exclude"); excluded != sections.end()) {
+    policy.tids = readRules(sections, fileName, kTidSection);
+    policy.inheritFlags = readRules(sections, fileName, kInheritFlagSection);
+    if (const auto excluded = sections.find(kExcludeSection); excluded != sections.end()) {
         for (const auto& [pattern, ignored] : excluded->second) {
             policy.excluded.push_back({pattern, 0});
         }
@@ -118,7 +114,7 @@ UniqueFd openPolicy(const std::string& path) {
         throw systemError(path);
     }
     requireTrustedParents(resolved.get());
-    if (status.st_size > kLargestPolicy) {
+    if (status.st_size > static_cast<off_t>(kLargestPolicy)) {
         throw OperationError(path, "refused: larger than 16 MiB");
     }
     return file;

@@ -9,6 +9,10 @@
 #include "base/handles.h"
 #include "labelmgr/model/pattern_rules.h"
 
+constexpr const char* kTidSection = "tid";
+constexpr const char* kInheritFlagSection = "inherit_flag";
+constexpr const char* kExcludeSection = "exclude";
+
 // What the policy file says. Sections [tid] and [inherit_flag] map a path pattern to a
 // hexadecimal value (the flag is 0, 5 or 7), [exclude] lists patterns of paths that a
 // scan leaves alone. Of several patterns that match, the longest holds; of equally long
@@ -36,8 +40,10 @@ using PolicySections = std::unordered_map<std::string, std::unordered_map<std::s
 // skipped.
 Policy policyOf(const PolicySections& sections, const std::string& fileName);
 
+constexpr size_t kLargestPolicy = 16 << 20;
+
 // Opens a policy file. No descriptor when there is none. Throws OperationError for a file
-// that cannot be opened or is larger than 16 MiB, or as root for one that others may
+// that cannot be opened or is larger than kLargestPolicy, or as root for one that others may
 // write or root does not own.
 UniqueFd openPolicy(const std::string& path);
 

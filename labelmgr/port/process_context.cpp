@@ -20,14 +20,11 @@ std::string configured(const char* variable, const char* standard) {
     return value != nullptr && *value != '\0' ? value : standard;
 }
 
-bool startsWith(const char* text, std::string_view start) {
-    return std::string_view(text).substr(0, start.size()) == start;
-}
-
 // Variables and a user's own settings that lead dpkg-query or rpm to another database.
 bool mayNameAnotherDatabase() {
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        if (startsWith(*variable, "DPKG_") || startsWith(*variable, "RPM_")) {
+        const std::string_view name = *variable;
+        if (name.starts_with("DPKG_") || name.starts_with("RPM_")) {
             return true;
         }
     }

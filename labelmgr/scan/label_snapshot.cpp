@@ -65,15 +65,9 @@ bool LabelSnapshot::isExcluded(const Directory& directory, const std::string& pa
     return firstMatch(directory.excluded, path) != nullptr || (!skipped.empty() && skipped.count(path) != 0);
 }
 
-bool LabelSnapshot::isLeftAlone(std::string path) const {
+bool LabelSnapshot::isLeftAlone(const std::string& path) const {
     const auto rules = wholeSystem();
-    while (!isExcluded(*rules, path)) {
-        if (path == "/") {
-            return false;
-        }
-        path.resize(std::max<size_t>(path.rfind('/'), 1));
-    }
-    return true;
+    return firstOfPathAndAbove(path, [&](const std::string& above) { return isExcluded(*rules, above); });
 }
 
 Label LabelSnapshot::label(const Directory& directory, const std::string& path, mode_t mode) const {

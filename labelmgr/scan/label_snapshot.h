@@ -43,7 +43,7 @@ class LabelSnapshot {
 
     bool isExcluded(const Directory& directory, const std::string& path) const;
     // Whether it or a directory above it is excluded.
-    bool isLeftAlone(std::string path) const;
+    bool isLeftAlone(const std::string& path) const;
     Label label(const Directory& directory, const std::string& path, mode_t mode) const;
 
  private:

@@ -1,7 +1,6 @@
 #include "labelmgr/scan/labelled_packages.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <sstream>
 #include <string>
@@ -9,6 +8,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/whole_file.h"
 #include "labelmgr/change/done_log.h"
 #include "labelmgr/change/label_anew.h"
 #include "labelmgr/change/session.h"
@@ -37,25 +37,16 @@ std::string textOf(const PackageVersions& versions, bool hadFailures) {
     return text.append(hadFailures ? kEndWithFailures : kEnd);
 }
 
-std::string contentOf(int file) {
-    std::string content;
-    std::array<char, 65536> buffer;
-    ssize_t size = 0;
-    while ((size = read(file, buffer.data(), buffer.size())) > 0) {
-        content.append(buffer.data(), static_cast<size_t>(size));
-    }
-    if (size < 0) {
-        throw systemError(kName);
-    }
-    return content;
-}
-
 std::optional<KeptPackages> keptPackages(const StateDirectory& directory) {
     const UniqueFd file = directory.openKept(kName);
     if (!file) {
         return std::nullopt;
     }
-    std::istringstream lines(contentOf(file.get()));
+    const std::optional<std::string> text = wholeFile(file.get());
+    if (!text) {
+        throw systemError(kName);
+    }
+    std::istringstream lines(*text);
     KeptPackages kept;
     std::string line;
     while (std::getline(lines, line) && line != kEnd && line != kEndWithFailures) {
@@ -89,14 +80,9 @@ std::vector<std::string> newNames(const PackageVersions& present, const PackageV
     return names;
 }
 
-bool isExcluded(const Policy& policy, std::string path) {
-    while (firstMatch(policy.excluded, path) == nullptr) {
-        if (path == "/") {
-            return false;
-        }
-        path.resize(std::max<size_t>(path.rfind('/'), 1));
-    }
-    return true;
+bool isExcluded(const Policy& policy, const std::string& path) {
+    return firstOfPathAndAbove(
+        path, [&policy](const std::string& above) { return firstMatch(policy.excluded, above) != nullptr; });
 }
 
 // Empty where nothing may be asked.

@@ -3,12 +3,12 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "labelmgr/change/done_log.h"
 #include "labelmgr/change/recovery.h"
 #include "labelmgr/change/session.h"
+#include "labelmgr/files/pinned_file.h"
 #include "labelmgr/model/operation_error.h"
 #include "labelmgr/scan/label_snapshot.h"
 #include "labelmgr/scan/label_visitor.h"
@@ -63,11 +63,6 @@ void endScan(const Context& context, Facts& facts, ScanStatus status, const std:
     transaction.commit();
 }
 
-bool isReadOnly(const UniqueFd& directory) {
-    struct statvfs fileSystem {};
-    return fstatvfs(directory.get(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
-}
-
 // Whether the walk came to its end and all its labels to the disk.
 bool walkAndFlush(TreeWalk& walk, LabelVisitor& visitor, const LabelSnapshot& snapshot, UniqueFd descriptor,
                   const std::string& root) {
@@ -97,7 +92,8 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     ScanCounts counts;
     int signal = 0;
     {
-        LabelVisitor visitor(context, snapshot, isReadOnly(descriptor), counts, !registration.isLastOnDisk);
+        LabelVisitor visitor(context, snapshot, !canBeWritten(descriptor.get()), counts,
+                             !registration.isLastOnDisk);
         TreeWalk walk(visitor, threads);
         Supervision supervision(counts, [&walk] { walk.cancel(); });
         const bool isWhole = walkAndFlush(walk, visitor, snapshot, std::move(descriptor), root);

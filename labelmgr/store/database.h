@@ -100,7 +100,6 @@ class Database {
     // Several statements without values.
     void executeAll(const char* script);
     int64_t number(const char* sql);
-    int64_t changedRows() const { return sqlite3_changes64(handle.get()); }
     [[noreturn]] void failAsDamaged(const std::string& reason) const;
     bool inTransaction() const { return sqlite3_get_autocommit(handle.get()) == 0; }
 

@@ -27,10 +27,12 @@ void PackageIdTable::remove(std::string_view name) {
     database.prepare("DELETE FROM package_id WHERE name = ?").bind(name).run();
 }
 
-void PackageIdTable::putBack(const FormerPackageId& former) {
-    if (former.id) {
-        set(former.name, *former.id);
-    } else {
-        remove(former.name);
+void PackageIdTable::putBack(const std::vector<FormerPackageId>& packages) {
+    for (const FormerPackageId& former : packages) {
+        if (former.id) {
+            set(former.name, *former.id);
+        } else {
+            remove(former.name);
+        }
     }
 }

@@ -29,7 +29,7 @@ class PackageIdTable {
     std::vector<PackageId> all();
     void set(std::string_view name, uint64_t id);
     void remove(std::string_view name);
-    void putBack(const FormerPackageId& former);
+    void putBack(const std::vector<FormerPackageId>& packages);
 
  private:
     Database& database;

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Cross-builds the Debian packages for other machines and passes the tests of functions, rooms and commands, under QEMU where
-# this processor does not run them. In new Debian roots, as root; about ten minutes an architecture on two free cores.
+# this processor does not run them. In new Debian roots, as root; a quarter to half an hour an architecture.
 # Usage: cross_test.sh [ARCHITECTURE...]: Debian's names; by default one of 64 bits, a big-endian one and one of 32 bits.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -35,8 +35,8 @@ int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry);
 // An entry that is not pinned.
 int lookBelow(const Pin& directory, const char* name, EntryStatus& status);
 
-// Whether what a descriptor stands for can be written on its mount. True where that cannot
-// be told.
+// Whether what a descriptor stands for can be written on its mount. True where that
+// cannot be told.
 bool canBeWritten(int descriptor);
 
 // Such a file with its label.

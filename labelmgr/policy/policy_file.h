@@ -43,8 +43,8 @@ Policy policyOf(const PolicySections& sections, const std::string& fileName);
 constexpr size_t kLargestPolicy = 16 << 20;
 
 // Opens a policy file. No descriptor when there is none. Throws OperationError for a file
-// that cannot be opened or is larger than kLargestPolicy, or as root for one that others may
-// write or root does not own.
+// that cannot be opened or is larger than kLargestPolicy, or as root for one that others
+// may write or root does not own.
 UniqueFd openPolicy(const std::string& path);
 
 // No file is the empty policy. Throws OperationError as openPolicy does, and for a file

@@ -150,7 +150,7 @@ TEST_F(KeptOwners, ChangeWithAnInstalledPackage) {
         EXPECT_EQ(getFileOid(file.c_str(), &oid), 0);
         return oid.package;
     };
-    const std::string list = std::string(std::getenv("ZORV_LABEL_STATE_DIR")) + "/package-owners";
+    const std::string list = stateDirectory() + "/package-owners";
     tree.file("admin/status");
     tree.directory("admin/info");
     tree.directory("admin/updates");

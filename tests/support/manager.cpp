@@ -1,5 +1,6 @@
 #include "tests/support/manager.h"
 
+#include <filesystem>
 #include <regex>
 #include <sys/mount.h>
 
@@ -7,6 +8,31 @@
 #include "cli/label_manager.h"
 #include "common/sm3_hash.h"
 #include "tests/support/temporary_tree.h"
+
+std::string stateDirectory() {
+    return std::getenv("ZORV_LABEL_STATE_DIR");
+}
+
+std::string listedTids() {
+    UserSetRecord* records = nullptr;
+    const int count = showUserSetFileTid(&records);
+    std::string list = count < 0 ? "failed" : "";
+    for (int i = 0; i < count; ++i) {
+        list +=
+            (i > 0 ? " " : "") + std::string(records[i].path) + "=" + std::to_string(records[i].values[0]);
+    }
+    std::free(records);
+    return list;
+}
+
+NothingSet::NothingSet() {
+    std::filesystem::remove_all(stateDirectory());
+}
+
+NothingSet::~NothingSet() {
+    std::filesystem::remove_all(stateDirectory());
+    std::filesystem::remove(std::getenv("ZORV_LABEL_POLICY_FILE"));
+}
 
 uint32_t tidOf(const std::string& path) {
     uint32_t tid = 0;

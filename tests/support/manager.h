@@ -7,6 +7,18 @@
 
 // What tests of the label manager ask of it.
 
+std::string stateDirectory();
+// "TARGET=VALUE", blanks between, of all TIDs that users set; "failed".
+std::string listedTids();
+
+// Nothing set and no policy, before and after.
+struct NothingSet {
+    NothingSet();
+    ~NothingSet();
+    NothingSet(const NothingSet&) = delete;
+    NothingSet& operator=(const NothingSet&) = delete;
+};
+
 // A file's TID; 0xdead when it cannot be told.
 uint32_t tidOf(const std::string& path);
 // The next message to a listener, or "failed".

@@ -185,13 +185,8 @@ void readStateFile(const std::string& input) {
 
 void readPendingFiles(const std::string& input) {
     try {
-        const std::vector<PendingFile> files = unpackFiles(input);
-        FilesToKeep kept;
-        for (const PendingFile& file : files) {
-            kept.push_back(&file);
-        }
-        require(packFiles(kept).size() <= input.size() &&
-                unpackFiles(packFiles(kept)).size() == files.size());
+        const std::string packed = packFiles(toKeep(unpackFiles(input)));
+        require(packFiles(toKeep(unpackFiles(packed))) == packed);
     } catch (const BytesDamaged& failure) {
         require(std::string(failure.what()) == "damaged");
     }

@@ -10,7 +10,7 @@
 #include "labelmgr/model/operation_error.h"
 
 // Numbers and texts one behind the other: numbers little-endian, before each text its
-// length in four bytes.
+// length in four bytes; or both in as few bytes as they need.
 
 // What is read is not what was written.
 class BytesDamaged : public OperationError {
@@ -48,11 +48,27 @@ inline void addText(std::string& out, std::string_view text) {
     out.append(text);
 }
 
-// A text that may begin as another one does, without what they have in common.
+// A number that is mostly small: seven bits a byte, the lowest first.
+inline void addSmallNumber(std::string& out, uint64_t value) {
+    for (; value >= 0x80; value >>= 7) {
+        out.push_back(static_cast<char>(value | 0x80));
+    }
+    out.push_back(static_cast<char>(value));
+}
+
+// A text that may begin and end as another one does, without what they have in common.
 inline void addTextLike(std::string& out, std::string_view other, std::string_view text) {
-    const auto differ = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first;
-    addNumber(out, static_cast<uint32_t>(differ - text.begin()));
-    addText(out, text.substr(static_cast<size_t>(differ - text.begin())));
+    const auto begin = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first;
+    const auto first = static_cast<size_t>(begin - text.begin());
+    other.remove_prefix(first);
+    text.remove_prefix(first);
+    const auto end = std::mismatch(text.rbegin(), text.rend(), other.rbegin(), other.rend()).first;
+    const auto last = static_cast<size_t>(end - text.rbegin());
+    text.remove_suffix(last);
+    addSmallNumber(out, first);
+    addSmallNumber(out, last);
+    addSmallNumber(out, text.size());
+    out.append(text);
 }
 
 // Reads them; the bytes must outlive it and the texts that it answers. Throws
@@ -69,16 +85,32 @@ class PackedReader {
             reinterpret_cast<const unsigned char*>(take(sizeof(Unsigned)).data()));
     }
     std::string_view text() { return take(number<uint32_t>()); }
+    uint64_t smallNumber() {
+        uint64_t value = 0;
+        for (int shift = 0;; shift += 7) {
+            const auto byte = number<uint8_t>();
+            const uint64_t bits = byte & 0x7fU;
+            if (shift >= 64 || bits << shift >> shift != bits) {
+                throw BytesDamaged();
+            }
+            value |= bits << shift;
+            if (byte < 0x80) {
+                return value;
+            }
+        }
+    }
     std::string textLike(std::string_view other) {
-        const auto common = number<uint32_t>();
-        if (common > other.size()) {
+        const uint64_t first = smallNumber();
+        const uint64_t last = smallNumber();
+        if (first > other.size() || last > other.size() - first) {
             throw BytesDamaged();
         }
-        return std::string(other.substr(0, common)).append(text());
+        const std::string_view between = take(smallNumber());
+        return std::string(other.substr(0, first)).append(between).append(other.substr(other.size() - last));
     }
 
  private:
-    std::string_view take(size_t size) {
+    std::string_view take(uint64_t size) {
         if (size > rest.size()) {
             throw BytesDamaged();
         }

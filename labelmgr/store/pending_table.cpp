@@ -6,40 +6,60 @@
 namespace {
 
 constexpr size_t kFilesInRow = 500;
+constexpr uint8_t kForm = 2;  // of a row's bytes; the first form began with 0
+
+std::string_view bytesOf(const std::optional<std::string>& label) {
+    return label ? std::string_view(*label) : std::string_view();
+}
 
 }  // namespace
 
+FilesToKeep toKeep(const std::vector<PendingFile>& files) {
+    FilesToKeep kept;
+    kept.reserve(files.size());
+    for (const PendingFile& file : files) {
+        kept.push_back(&file);
+    }
+    return kept;
+}
+
 std::string packFiles(const FilesToKeep& files) {
     std::string bytes;
-    std::string_view previous;
+    addNumber(bytes, kForm);
+    const PendingFile none;
+    const PendingFile* previous = &none;
     for (const PendingFile* file : files) {
-        addTextLike(bytes, previous, file->path);
-        previous = file->path;
-        addNumber(bytes, uint64_t{file->device});
-        addNumber(bytes, uint64_t{file->inode});
+        addTextLike(bytes, previous->path, file->path);
+        addSmallNumber(bytes, uint64_t{file->device} ^ uint64_t{previous->device});
+        addSmallNumber(bytes, uint64_t{file->inode} ^ uint64_t{previous->inode});
         addNumber(bytes, static_cast<uint8_t>(file->former ? 1 : 0));
-        addText(bytes, file->former.value_or(""));
-        addTextLike(bytes, file->former.value_or(""), file->wanted);
+        if (file->former) {
+            addTextLike(bytes, bytesOf(previous->former), *file->former);
+        }
+        addTextLike(bytes, bytesOf(file->former), file->wanted);
+        previous = file;
     }
     return bytes;
 }
 
 std::vector<PendingFile> unpackFiles(std::string_view bytes) {
     std::vector<PendingFile> files;
-    std::string previous;
-    for (PackedReader reader(bytes); !reader.isAtEnd();) {
+    PackedReader reader(bytes);
+    if (reader.number<uint8_t>() != kForm) {
+        throw BytesDamaged();
+    }
+    PendingFile previous;
+    while (!reader.isAtEnd()) {
         PendingFile file;
-        file.path = reader.textLike(previous);
-        previous = file.path;
-        file.device = static_cast<dev_t>(reader.number<uint64_t>());
-        file.inode = static_cast<ino_t>(reader.number<uint64_t>());
-        const bool hadLabel = reader.number<uint8_t>() != 0;
-        const std::string_view former = reader.text();
-        if (hadLabel) {
-            file.former = former;
+        file.path = reader.textLike(previous.path);
+        file.device = static_cast<dev_t>(reader.smallNumber() ^ uint64_t{previous.device});
+        file.inode = static_cast<ino_t>(reader.smallNumber() ^ uint64_t{previous.inode});
+        if (reader.number<uint8_t>() != 0) {
+            file.former = reader.textLike(bytesOf(previous.former));
         }
-        file.wanted = reader.textLike(former);
-        files.push_back(std::move(file));
+        file.wanted = reader.textLike(bytesOf(file.former));
+        files.push_back(file);
+        previous = std::move(file);
     }
     return files;
 }

@@ -25,10 +25,13 @@ struct PendingFile {
     std::string wanted;
 };
 
-// Many files as the bytes of one row: a row each costs a change of 100,000 files as much
-// as writing their labels does. A path stands as what it adds to the one before it, a
-// wanted label as what it adds to the former one. Throws BytesDamaged.
 using FilesToKeep = std::vector<const PendingFile*>;
+FilesToKeep toKeep(const std::vector<PendingFile>& files);
+
+// Many files as the bytes of one row: a row each costs a change of 100,000 files as much
+// as writing their labels does. A file stands as that in which it differs from the one
+// before it, its wanted label as that in which it differs from the former one. Throws
+// BytesDamaged.
 std::string packFiles(const FilesToKeep& files);
 std::vector<PendingFile> unpackFiles(std::string_view bytes);
 

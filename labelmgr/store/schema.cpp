@@ -65,11 +65,8 @@ void takeOverFiles(Database& database) {
                 {statement.bytes(0), fromStored(statement.integer(1)), fromStored(statement.integer(2)),
                  statement.isNull(3) ? std::nullopt : std::optional(statement.bytes(3)), statement.bytes(4)});
         }
-        FilesToKeep kept;
-        for (const PendingFile& file : files) {
-            kept.push_back(&file);
-        }
-        areLeft ? PendingTable(database).setLeftLabels(kept) : PendingTable(database).add(kept);
+        areLeft ? PendingTable(database).setLeftLabels(toKeep(files))
+                : PendingTable(database).add(toKeep(files));
     }
 }
 

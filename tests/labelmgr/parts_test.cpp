@@ -8,6 +8,7 @@
 #include "labelmgr/model/message_text.h"
 #include "labelmgr/policy/package_answers.h"
 #include "labelmgr/policy/policy_file.h"
+#include "labelmgr/store/pending_table.h"
 #include "labelmgr/store/state_directory.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/table.h"
@@ -117,4 +118,32 @@ TEST(Locks, NameTheHolderAndNotWhoWaits) {
 TEST(Messages, KeepTheirWordsApart) {
     EXPECT_EQ(changeMessage("file", "set_tid", "/a b\\c\n\x7f\xc3\xa4", "1"),
               "file set_tid /a\\040b\\134c\\012\\177\xc3\xa4 1");
+}
+
+// The form that stands in stores: what differs from the file before, and from the former
+// label.
+TEST(PendingFiles, StandAsTheirDifferences) {
+    const std::vector<PendingFile> files = {
+        {"/d/a1.c", 0x801, 300, "LABEL", "LAXEL"},
+        {"/d/b.c", 0x801, 301, std::nullopt, "N"},
+        {"/d/b.c.c", dev_t(-1), ino_t(-1), "", ""},
+        {"/d/b.c", 7, 0, std::string(200, 'x'), std::string(199, 'x')},
+    };
+    const std::string bytes = packFiles(toKeep(files));
+    using std::string_literals::operator""s;
+    EXPECT_EQ(bytes.substr(0, 44),
+              "\2\0\0\7/d/a1.c\x81\x10\xAC\2\1\0\0\5LABEL\2\2\1X"s
+              "\3\2\1b\0\1\0\0\0\1N"s
+              "\6\0\2.c"s);
+    const std::vector<PendingFile> again = unpackFiles(bytes);
+    ASSERT_EQ(again.size(), files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(again[i].path + again[i].former.value_or("none") + again[i].wanted,
+                  files[i].path + files[i].former.value_or("none") + files[i].wanted);
+        EXPECT_TRUE(again[i].device == files[i].device && again[i].inode == files[i].inode) << i;
+    }
+    for (const std::string& bad : {""s, "\0"s, bytes.substr(0, bytes.size() - 1), "\2\1\0\0"s,
+                                   "\2\0\0\0"s + std::string(9, '\xff') + "\2"}) {
+        EXPECT_THROW(unpackFiles(bad), OperationError) << bad;
+    }
 }

@@ -110,8 +110,8 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan,
     };
     inThreads(plan.files.size(), writeFiles, [&] {
         changePackageIds(store, packages);
+        store.pending().clear();  // first: the messages take its place in the database
         tell(store, plan);
-        store.pending().clear();
     });
     plan.failed += failed;
     tellNoMore(store, plan, lastMessage);
@@ -122,9 +122,12 @@ void writeLabels(Store& store, const Context& context, ChangePlan& plan,
 }  // namespace
 
 std::vector<FormerRecord> changeRecords(Store& store, const std::vector<ChangeStep>& steps) {
+    const bool isScanRunning = store.scan().state().status == ScanStatus::kRunning;
     std::vector<FormerRecord> former;
     for (const ChangeStep& step : steps) {
-        store.scan().noteChange(step.target);
+        if (isScanRunning) {
+            store.scan().noteChange(step.target);
+        }
         if (writesWholeLabel(step.kind)) {
             continue;
         }

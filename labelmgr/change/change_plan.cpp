@@ -122,6 +122,10 @@ class FilePlanner {
     void plan(ChangedFile& file) {
         const bool needsIt = needsFile(file.steps);
         file.isNeeded = isSingleFile || needsIt;
+        if (isGone(file.reason) && !needsIt) {  // of very many, and an exception takes its time
+            file.isLeftOut = true;
+            return;
+        }
         try {
             planReadable(file);
             return;

@@ -8,10 +8,10 @@ void throwLabelError(const std::string& path, int reason) {
 }
 
 void throwFileError(const std::string& path, int reason) {
+    if (isGone(reason)) {
+        throw FileGone(path, std::strerror(reason));
+    }
     switch (reason) {
-        case ENOENT:
-        case ENOTDIR:
-            throw FileGone(path, std::strerror(reason));
         case EREMOTE:
             throw FileRefuses(path, "refused: on a network or FUSE file system, which may never answer");
         case E2BIG:

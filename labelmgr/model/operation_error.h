@@ -36,6 +36,11 @@ class FileRefuses : public OperationError {
     using OperationError::OperationError;
 };
 
+// Whether the reason of a failed call on a file is that it is not there.
+inline bool isGone(int reason) {
+    return reason == ENOENT || reason == ENOTDIR;
+}
+
 // The reason of a failed call on a file, as one of these. EREMOTE: it was not made, since
 // the file lies where nothing may be asked.
 [[noreturn]] void throwFileError(const std::string& path, int reason);

@@ -172,7 +172,8 @@ void Database::reopen() {
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     executeAll(
         "PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0;"
-        "PRAGMA mmap_size = 0; PRAGMA temp_store = MEMORY");
+        "PRAGMA mmap_size = 0; PRAGMA temp_store = MEMORY;"
+        "PRAGMA cache_size = -16384");  // in KiB: 100,000 records
 }
 
 void Database::shorten() {

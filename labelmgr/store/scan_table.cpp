@@ -20,9 +20,8 @@ void ScanTable::set(const ScanState& state) {
 }
 
 void ScanTable::noteChange(const Target& target) {
-    Statement statement = database.prepare(
-        "INSERT OR IGNORE INTO scan_change(field, is_pattern, target)"
-        " SELECT ?, ?, ? WHERE EXISTS(SELECT 1 FROM scan WHERE state = 1)");
+    Statement statement =
+        database.prepare("INSERT OR IGNORE INTO scan_change(field, is_pattern, target) VALUES(?, ?, ?)");
     bindTarget(statement, target).run();
 }
 

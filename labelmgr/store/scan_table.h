@@ -24,7 +24,7 @@ class ScanTable {
     // Forgets the changes during the scan.
     void set(const ScanState& state);
 
-    // Keeps a target as changed during the scan, if one is registered as running.
+    // Keeps a target as changed during the scan, which is running.
     void noteChange(const Target& target);
     std::vector<Target> changes();
 

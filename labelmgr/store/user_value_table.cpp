@@ -1,5 +1,7 @@
 #include "labelmgr/store/user_value_table.h"
 
+#include <algorithm>
+
 #include "labelmgr/store/columns.h"
 
 std::optional<UserValue> UserValueTable::find(const Target& target) {
@@ -12,15 +14,21 @@ std::optional<UserValue> UserValueTable::find(const Target& target) {
     return readUserValue(statement, 0, target.field);
 }
 
+// In the order of the index, paths and patterns each for themselves: SQLite would sort
+// them all anew.
 std::vector<UserRecord> UserValueTable::all(Field field) {
     Statement statement = database.prepare(
         "SELECT field, is_pattern, target, set_order, package, file, path FROM user_value"
-        " WHERE field = ? ORDER BY target, is_pattern");
+        " WHERE field = ? ORDER BY is_pattern, target");
     statement.bind(static_cast<int64_t>(field));
     std::vector<UserRecord> records;
     while (statement.step()) {
         records.push_back({readTarget(statement, 0), readUserValue(statement, 3, field)});
     }
+    const auto isPattern = [](const UserRecord& record) { return record.target.isPattern; };
+    std::inplace_merge(
+        records.begin(), std::find_if(records.begin(), records.end(), isPattern), records.end(),
+        [](const UserRecord& left, const UserRecord& right) { return left.target.text < right.target.text; });
     return records;
 }
 

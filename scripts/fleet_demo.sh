@@ -14,7 +14,7 @@ prepare() {
         apt-get update -qq
         apt-get install -y -qq --no-install-recommends ansible-core debootstrap iproute2 openssh-client >/dev/null
     }
-    packages=$(realpath "${1:-build/packages}")
+    packages=$(realpath --canonicalize-missing "${1:-build/packages}")
     [ $# -gt 0 ] || scripts/package.sh "$packages"
     work=$(mktemp -d /var/tmp/zorv-fleet.XXXXXX)
     trap 'rm -rf --one-file-system "$work"' EXIT

@@ -1,5 +1,7 @@
 #include "labelmgr/change/recovery.h"
 
+#include <algorithm>
+
 #include "labelmgr/change/change_plan.h"
 #include "labelmgr/change/label_anew.h"
 #include "labelmgr/model/operation_error.h"
@@ -37,21 +39,41 @@ bool hasDeadScan(Store& store) {
     return store.scan().state().status == ScanStatus::kRunning && !store.directory().isScanLocked();
 }
 
-// Whether a commit that was told as failed shows all the same.
-bool isSeen(Store& store, const FailedChange& change) {
+// What shows of a change whose commits were told as failed.
+enum class Shown { kNothing, kUnfinished, kAll };
+
+bool isAsBefore(Store& store, const FailedChange& change) {
+    const auto isFormerRecord = [&](const FormerRecord& former) {
+        const std::optional<UserValue> present = store.userValues().find(former.target);
+        return present.has_value() == former.value.has_value() &&
+               (!present || present->order == former.value->order);
+    };
+    const auto isFormerId = [&](const FormerPackageId& former) {
+        return store.packageIds().find(former.name) == former.id;
+    };
+    return store.pending().isEmpty() &&
+           std::all_of(change.formerRecords.begin(), change.formerRecords.end(), isFormerRecord) &&
+           std::all_of(change.formerPackages.begin(), change.formerPackages.end(), isFormerId);
+}
+
+Shown whatShows(Store& store, const FailedChange& change) {
     try {
         store.reconnect();
         const std::vector<FeedMessage> messages = store.feed().after(change.lastMessage, 1);
-        return !messages.empty() && !messages.front().text.empty();
+        if (!messages.empty() && !messages.front().text.empty()) {
+            return Shown::kAll;
+        }
+        return isAsBefore(store, change) ? Shown::kNothing : Shown::kUnfinished;
     } catch (const OperationError& failure) {
         ZORV_LOG(error, "%s", failure.what());
-        return false;
+        return Shown::kUnfinished;
     }
 }
 
-// On the same connection first: it writes over what its failed commit left in the
-// journal.
-bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
+// Answers why it cannot be done, or nothing. On the same connection first: it writes over
+// what its failed commit left in the journal.
+std::string putRecordsBack(Store& store, const FailedChange& change) {
+    std::string reason;
     for (const bool again : {false, true}) {
         try {
             if (again) {
@@ -62,14 +84,12 @@ bool tryPuttingRecordsBack(Store& store, const FailedChange& change) {
             store.packageIds().putBack(change.formerPackages);
             store.feed().withdraw(change.lastMessage, change.messages);
             transaction.commit();
-            return true;
+            return {};
         } catch (const OperationError& failure) {
-            if (again) {
-                ZORV_LOG(error, "the next command takes back the failed change: %s", failure.what());
-            }
+            reason = failure.what();
         }
     }
-    return false;
+    return reason;
 }
 
 }  // namespace
@@ -103,8 +123,12 @@ void takeBackFailedChange(Store& store, const Context& context, const FailedChan
     } catch (const OperationError& failure) {  // as before in memory, which is what there is
         ZORV_LOG(error, "%s", failure.what());
     }
-    if (!tryPuttingRecordsBack(store, change) && isSeen(store, change)) {
-        ZORV_LOG(error, "the change is told as failed, and yet it cannot be taken back");
+    const std::string reason = putRecordsBack(store, change);
+    const Shown shown = reason.empty() ? Shown::kNothing : whatShows(store, change);
+    if (shown == Shown::kUnfinished) {
+        ZORV_LOG(error, "the next command takes back the failed change: %s", reason.c_str());
+    } else if (shown == Shown::kAll) {
+        ZORV_LOG(error, "the change is told as failed, and yet it cannot be taken back: %s", reason.c_str());
         writer.writeAgain(change.files);
     }
 }

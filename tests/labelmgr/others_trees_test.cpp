@@ -23,17 +23,7 @@
 #include "tests/support/table.h"
 #include "tests/support/temporary_tree.h"
 
-namespace {
-
 using testing::HasSubstr;
-
-Lines errorsOf(CapturedLog& log) {
-    Lines lines = log.take();
-    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ERROR"); });
-    return lines;
-}
-
-}  // namespace
 
 // Files of one name after the other: what is written goes to the file that was read.
 TEST(OthersTrees, KeepTheLabelsOfExchangedFilesApart) {
@@ -83,9 +73,10 @@ TEST(OthersTrees, HaveNoVeto) {
 
     CapturedLog log;
     EXPECT_NE(setFileTid(pattern.c_str(), 5, 1), 0);  // tells it
-    EXPECT_THAT(errorsOf(log), testing::ElementsAre(HasSubstr(fixed + ": Read-only file system"),
-                                                    HasSubstr(full + ": No space left on device"),
-                                                    HasSubstr(pattern + ": 2 of its files did not take it")));
+    EXPECT_THAT(log.takeErrors(),
+                testing::ElementsAre(HasSubstr(fixed + ": Read-only file system"),
+                                     HasSubstr(full + ": No space left on device"),
+                                     HasSubstr(pattern + ": 2 of its files did not take it")));
     EXPECT_EQ(tidOf(other), 5U);
     umount2(fixed.c_str(), MNT_DETACH);
     UserSetRecord* records = nullptr;
@@ -124,7 +115,7 @@ TEST(OthersTrees, AreWalkedWithinBounds) {
     }
     require(chdir("/") == 0, "/");
     EXPECT_NE(addTagFullSystem(tree.path("chain").c_str(), {}), 0);
-    EXPECT_THAT(errorsOf(log), testing::ElementsAre(HasSubstr("File name too long")));
+    EXPECT_THAT(log.takeErrors(), testing::ElementsAre(HasSubstr("File name too long")));
     EXPECT_NE(labelAttribute(tree.path("chain/" + name + "/" + name)), "none");
 }
 
@@ -172,7 +163,7 @@ TEST(OthersTrees, HoldNoStoreAndNoPolicy) {
     chmod(tree.directory("open").c_str(), 0777);
     CapturedLog log;
     EXPECT_NE(setFileTid(file.c_str(), 1, 0), 0);
-    EXPECT_THAT(errorsOf(log),
+    EXPECT_THAT(log.takeErrors(),
                 testing::ElementsAre(HasSubstr(tree.path("open") + ": refused: writable by others")));
     chmod(tree.path("open").c_str(), 01777);
     EXPECT_EQ(setFileTid(file.c_str(), 1, 0), 0);

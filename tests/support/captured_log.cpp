@@ -32,3 +32,9 @@ std::vector<std::string> CapturedLog::take() {
     lines.pop_back();
     return lines;
 }
+
+std::vector<std::string> CapturedLog::takeErrors() {
+    Lines lines = take();
+    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ERROR"); });
+    return lines;
+}

@@ -23,6 +23,8 @@ class CapturedLog {
 
     // The lines since the last call.
     std::vector<std::string> take();
+    // Of them the errors.
+    std::vector<std::string> takeErrors();
 
  private:
     std::ostringstream stream;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 // What is left of an open file, of a larger one as many bytes as are wanted at most.
 // Nothing, with errno, for one that cannot be read. Internal.

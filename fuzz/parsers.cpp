@@ -184,12 +184,13 @@ void readStateFile(const std::string& input) {
 }
 
 void readPendingFiles(const std::string& input) {
+    std::vector<PendingFile> files;
     try {
-        const std::string packed = packFiles(toKeep(unpackFiles(input)));
-        require(packFiles(toKeep(unpackFiles(packed))) == packed);
+        files = unpackFiles(input);
     } catch (const BytesDamaged& failure) {
         require(std::string(failure.what()) == "damaged");
     }
+    require(unpackFiles(packFiles(toKeep(files))) == files);
 }
 
 // Rows as nobody but another program can have written them.

@@ -14,9 +14,7 @@ OperationError errorAt(const std::string& fileName, size_t line, const std::stri
     return OperationError(fileName + ":" + std::to_string(line) + ": " + reason);
 }
 
-bool isBeforeOther(const ValueRecord* left, const ValueRecord* right) {
-    return RecordOrder()(*left, *right);
-}
+constexpr RecordOrder kIsBefore;
 
 Lines sorted(const std::vector<ValueRecord>& records) {
     Lines lines;
@@ -24,7 +22,7 @@ Lines sorted(const std::vector<ValueRecord>& records) {
     for (const ValueRecord& record : records) {
         lines.push_back(&record);
     }
-    std::sort(lines.begin(), lines.end(), isBeforeOther);
+    std::sort(lines.begin(), lines.end(), kIsBefore);
     return lines;
 }
 
@@ -36,8 +34,8 @@ class Resolver {
     void resolve(std::vector<ValueRecord>& wanted, const std::vector<ValueRecord>& present) {
         const Lines known = sorted(present);
         for (ValueRecord& record : wanted) {
-            const auto found = std::lower_bound(known.begin(), known.end(), &record, isBeforeOther);
-            if (found == known.end() || isBeforeOther(&record, *found) ||
+            const auto found = std::lower_bound(known.begin(), known.end(), &record, kIsBefore);
+            if (found == known.end() || kIsBefore(&record, *found) ||
                 numbersOf((*found)->value) != numbersOf(record.value)) {
                 record.target.text = canonical(record);
             }
@@ -64,7 +62,7 @@ class Resolver {
     void refuseRepeated(const std::vector<ValueRecord>& records) {
         const Lines lines = sorted(records);
         for (size_t i = 1; i < lines.size(); ++i) {
-            if (!isBeforeOther(lines[i - 1], lines[i])) {
+            if (!kIsBefore(lines[i - 1], lines[i])) {
                 const auto [first, second] = std::minmax(lines[i - 1]->line, lines[i]->line);
                 throw errorAt(name, second,
                               "a second " + std::string(nameOf(lines[i]->target.field)) +

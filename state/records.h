@@ -32,6 +32,9 @@ Records recordsOf(UserValueTable userValues, PackageIdTable packageIds);
 // The order of paths and of packages in Records, and in a state file: bytes of the path,
 // then field; bytes of the name.
 struct RecordOrder {
+    bool operator()(const ValueRecord* left, const ValueRecord* right) const {
+        return (*this)(*left, *right);
+    }
     bool operator()(const ValueRecord& left, const ValueRecord& right) const;
     bool operator()(const PackageRecord& left, const PackageRecord& right) const;
 };

@@ -61,9 +61,9 @@ Pin pinPath(const std::string& path, Remote remote) {
     return pin;
 }
 
-bool canBeWritten(int descriptor) {
+bool isOnReadOnlyFileSystem(int descriptor) {
     struct statvfs fileSystem {};
-    return fstatvfs(descriptor, &fileSystem) != 0 || (fileSystem.f_flag & ST_RDONLY) == 0;
+    return fstatvfs(descriptor, &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
 }
 
 PinnedFile::PinnedFile(const Context& context, std::string canonicalPath, Pin pinned)

@@ -35,9 +35,8 @@ int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry);
 // An entry that is not pinned.
 int lookBelow(const Pin& directory, const char* name, EntryStatus& status);
 
-// Whether what a descriptor stands for can be written on its mount. True where that
-// cannot be told.
-bool canBeWritten(int descriptor);
+// Whether the file system or mount of what a descriptor stands for takes no writes.
+bool isOnReadOnlyFileSystem(int descriptor);
 
 // Such a file with its label.
 class PinnedFile {
@@ -51,7 +50,7 @@ class PinnedFile {
     dev_t device() const { return pin.status.device; }
     ino_t inode() const { return pin.status.inode; }
 
-    bool isOnReadOnlyFileSystem() const { return !canBeWritten(pin.descriptor.get()); }
+    bool isOnReadOnlyFileSystem() const { return ::isOnReadOnlyFileSystem(pin.descriptor.get()); }
 
     LabelBytes label() const;
     // 0, or errno; it throws where no label can be read.

@@ -100,17 +100,21 @@ class PackedReader {
         }
     }
     std::string textLike(std::string_view other) {
-        const uint64_t first = smallNumber();
-        const uint64_t last = smallNumber();
-        if (first > other.size() || last > other.size() - first) {
-            throw BytesDamaged();
-        }
-        const std::string_view between = take(smallNumber());
+        const size_t first = sizeUpTo(other.size());
+        const size_t last = sizeUpTo(other.size() - first);
+        const std::string_view between = take(sizeUpTo(rest.size()));
         return std::string(other.substr(0, first)).append(between).append(other.substr(other.size() - last));
     }
 
  private:
-    std::string_view take(uint64_t size) {
+    size_t sizeUpTo(size_t most) {
+        const uint64_t size = smallNumber();
+        if (size > most) {
+            throw BytesDamaged();
+        }
+        return static_cast<size_t>(size);
+    }
+    std::string_view take(size_t size) {
         if (size > rest.size()) {
             throw BytesDamaged();
         }

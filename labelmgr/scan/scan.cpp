@@ -92,7 +92,7 @@ unsigned long labelWholeTree(const Context& context, const std::string& root,
     ScanCounts counts;
     int signal = 0;
     {
-        LabelVisitor visitor(context, snapshot, !canBeWritten(descriptor.get()), counts,
+        LabelVisitor visitor(context, snapshot, isOnReadOnlyFileSystem(descriptor.get()), counts,
                              !registration.isLastOnDisk);
         TreeWalk walk(visitor, threads);
         Supervision supervision(counts, [&walk] { walk.cancel(); });

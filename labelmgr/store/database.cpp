@@ -173,7 +173,7 @@ void Database::reopen() {
     executeAll(
         "PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 0;"
         "PRAGMA mmap_size = 0; PRAGMA temp_store = MEMORY;"
-        "PRAGMA cache_size = -16384");  // in KiB: 100,000 records
+        "PRAGMA cache_size = -16384");  // in KiB: about 100,000 records
 }
 
 void Database::shorten() {

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr size_t kFilesInRow = 500;
-constexpr uint8_t kForm = 2;  // of a row's bytes; the first form began with 0
+constexpr uint8_t kForm = 2;  // of a row's bytes; a row of another one is refused
 
 std::string_view bytesOf(const std::optional<std::string>& label) {
     return label ? std::string_view(*label) : std::string_view();
@@ -58,6 +58,9 @@ std::vector<PendingFile> unpackFiles(std::string_view bytes) {
             file.former = reader.textLike(bytesOf(previous.former));
         }
         file.wanted = reader.textLike(bytesOf(file.former));
+        if (files.size() == kFilesInRow) {  // so that few bytes cannot stand for much memory
+            throw BytesDamaged();
+        }
         files.push_back(file);
         previous = std::move(file);
     }

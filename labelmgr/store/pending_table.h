@@ -23,6 +23,8 @@ struct PendingFile {
     ino_t inode = 0;
     std::optional<std::string> former;
     std::string wanted;
+
+    bool operator==(const PendingFile& other) const = default;
 };
 
 using FilesToKeep = std::vector<const PendingFile*>;

@@ -65,8 +65,8 @@ void takeOverFiles(Database& database) {
                 {statement.bytes(0), fromStored(statement.integer(1)), fromStored(statement.integer(2)),
                  statement.isNull(3) ? std::nullopt : std::optional(statement.bytes(3)), statement.bytes(4)});
         }
-        areLeft ? PendingTable(database).setLeftLabels(toKeep(files))
-                : PendingTable(database).add(toKeep(files));
+        const FilesToKeep kept = toKeep(files);
+        areLeft ? PendingTable(database).setLeftLabels(kept) : PendingTable(database).add(kept);
     }
 }
 

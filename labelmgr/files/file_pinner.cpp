@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr size_t kMostOpen = 8;
+
 // The root is in itself.
 const char* nameIn(const std::string& path) {
     return path.size() > 1 ? path.c_str() + path.rfind('/') + 1 : ".";
@@ -80,32 +82,51 @@ EntryFile FilePinner::entry(const std::string& path) {
     if (const int reason = enterDirectoryOf(path)) {
         throwFileError(path, reason);
     }
-    return EntryFile(context, path, directory);
+    return EntryFile(context, path, directory());
 }
 
 void FilePinner::see(SeenFile& file) {
     const char* name = nameIn(file.path);
     file.reason = enterDirectoryOf(file.path);
     if (file.reason == 0) {
-        file.reason = lookBelow(directory, name, file.status);
+        file.reason = lookBelow(directory(), name, file.status);
     }
     if (file.reason == 0) {
-        file.reason = readLabelAt(directory.descriptor.get(), name, context.attribute, file.label);
+        file.reason = readLabelAt(directory().descriptor.get(), name, context.attribute, file.label);
     }
 }
 
 int FilePinner::find(const std::string& path, Pin& pin) {
     const int reason = enterDirectoryOf(path);
-    return reason != 0 ? reason : pinEntry(directory, nameIn(path), Remote::kRefuse, pin);
+    return reason != 0 ? reason : pinEntry(directory(), nameIn(path), Remote::kRefuse, pin);
 }
 
 int FilePinner::enterDirectoryOf(const std::string& path) {
     const size_t length = path.rfind('/') + 1;
-    if (path.compare(0, length, directoryPath) != 0) {
-        const std::string wanted = path.substr(0, length);
-        directoryPath.clear();
-        whyNone = pinPath(wanted, Remote::kRefuse, directory);
-        directoryPath = wanted;
+    if (!way.empty() && path.compare(0, length, directoryPath) == 0) {
+        return whyNone;
     }
+    const std::string wanted = path.substr(0, length);
+    while (!way.empty() && wanted.compare(0, way.back().length, directoryPath, 0, way.back().length) != 0) {
+        way.pop_back();
+    }
+    directoryPath.clear();
+    if (way.empty()) {
+        way.push_back({0, pinRoot()});
+    }
+    whyNone = 0;
+    for (size_t begin = 0; (begin = wanted.find_first_not_of('/', way.back().length)) != std::string::npos;) {
+        const size_t end = wanted.find('/', begin);
+        Directory next{end + 1, {}};
+        whyNone = pinEntry(directory(), wanted.substr(begin, end - begin).c_str(), Remote::kRefuse, next.pin);
+        if (whyNone != 0) {
+            break;
+        }
+        if (way.size() == kMostOpen) {
+            way.erase(way.begin());
+        }
+        way.push_back(std::move(next));
+    }
+    directoryPath = wanted;
     return whyNone;
 }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 #include "labelmgr/files/label_bytes.h"
 #include "labelmgr/files/pinned_file.h"
@@ -44,7 +45,7 @@ struct SeenFile {
 };
 
 // Finds files one after the other; those that follow each other in one directory cost one
-// look-up each.
+// look-up each. The last directories on the way there stay open.
 class FilePinner {
  public:
     explicit FilePinner(const Context& in) : context(in) {}
@@ -61,8 +62,14 @@ class FilePinner {
     int enterDirectoryOf(const std::string& path);
     int find(const std::string& path, Pin& pin);
 
+    struct Directory {
+        size_t length;  // of its path, as the beginning of directoryPath
+        Pin pin;
+    };
+    const Pin& directory() const { return way.back().pin; }
+
     const Context& context;
     std::string directoryPath;
-    Pin directory;
+    std::vector<Directory> way;  // to there, or to the last that could be entered
     int whyNone = 0;
 };

@@ -8,12 +8,12 @@ cd "$(dirname "$0")/.."
 about() {
     case $1 in
     check) echo "5 formatting, shell scripts, manual pages, layers" ;;
-    tidy) echo "780 clang++ with clang-tidy, and the reference of the headers" ;;
-    fuzz) echo "40 build with clang++, and parsers of foreign bytes on their seeds" ;;
-    asan) echo "130 build and tests with the address and undefined behaviour sanitizers" ;;
-    tsan) echo "150 build and tests with the thread sanitizer" ;;
-    dev) echo "270 build and tests, commands interrupted at every system call too" ;;
-    quick) echo "100 build and tests" ;;
+    tidy) echo "750 clang++ with clang-tidy, and the reference of the headers" ;;
+    fuzz) echo "190 build with clang++, and parsers of foreign bytes on their seeds" ;;
+    asan) echo "275 build and tests with the address and undefined behaviour sanitizers" ;;
+    tsan) echo "300 build and tests with the thread sanitizer" ;;
+    dev) echo "420 build and tests, commands interrupted at every system call too" ;;
+    quick) echo "165 build and tests" ;;
     *) echo "0 build and tests, of unknown time" ;;
     esac
 }

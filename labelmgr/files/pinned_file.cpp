@@ -40,23 +40,16 @@ int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry) 
     return isRefused ? EREMOTE : reason;
 }
 
-int pinPath(const std::string& path, Remote remote, Pin& pin) {
-    pin = pinRoot();
-    int reason = 0;
-    for (size_t begin = path.find_first_not_of('/'); begin != std::string::npos && reason == 0;) {
+Pin pinPath(const std::string& path, Remote remote) {
+    Pin pin = pinRoot();
+    for (size_t begin = path.find_first_not_of('/'); begin != std::string::npos;) {
         const size_t end = path.find('/', begin);
         Pin entry;
-        reason = pinEntry(pin, path.substr(begin, end - begin).c_str(), remote, entry);
+        if (const int reason = pinEntry(pin, path.substr(begin, end - begin).c_str(), remote, entry)) {
+            throwFileError(path, reason);
+        }
         pin = std::move(entry);
         begin = path.find_first_not_of('/', end);
-    }
-    return reason;
-}
-
-Pin pinPath(const std::string& path, Remote remote) {
-    Pin pin;
-    if (const int reason = pinPath(path, remote, pin)) {
-        throwFileError(path, reason);
     }
     return pin;
 }

@@ -28,9 +28,7 @@ Pin pinRoot();
 // longer than the system takes at once.
 Pin pinPath(const std::string& canonicalPath, Remote remote = Remote::kRefuse);
 
-// The same and an entry of a pinned directory, links not followed: 0, or errno for
-// throwFileError.
-int pinPath(const std::string& canonicalPath, Remote remote, Pin& pin);
+// An entry of a pinned directory, links not followed: 0, or errno for throwFileError.
 int pinEntry(const Pin& directory, const char* name, Remote remote, Pin& entry);
 // An entry that is not pinned.
 int lookBelow(const Pin& directory, const char* name, EntryStatus& status);

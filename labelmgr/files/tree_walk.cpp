@@ -26,7 +26,7 @@ constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // A name that is gone, or is no directory any more.
 bool hasVanished(int reason) {
-    return reason == ENOENT || reason == ENOTDIR || reason == ELOOP;
+    return isGone(reason) || reason == ELOOP;
 }
 
 std::string childPath(const std::string& directory, const std::string& name) {
